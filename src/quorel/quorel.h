@@ -1,0 +1,31 @@
+// The whole public interface of quorel.
+#ifndef QUOREL_QUOREL_H
+#define QUOREL_QUOREL_H
+
+#include <quorel/util/pod.h>
+#include <quorel/util/Exception.h>
+#include <quorel/util/Throw.h>
+#include <quorel/util/ADeallocatorOf.h>
+#include <quorel/util/ARefCounted.h>
+#include <quorel/util/AHandleTo.h>
+#include <quorel/util/ALockLatchFor.h>
+#include <quorel/util/ASimpleFinalizerOf.h>
+
+#include <quorel/sal/i/err.h>
+#include <quorel/sal/err.h>
+#include <quorel/sal/Exception.h>
+#include <quorel/sal/atomic.h>
+#include <quorel/sal/AtomicCounter.h>
+#include <quorel/sal/time.h>
+#include <quorel/sal/vm.h>
+
+#include <quorel/sal/exec/Exception.h>
+#include <quorel/sal/exec/SpinLock.h>
+#include <quorel/sal/sys/exec/ExitException.h>
+#include <quorel/sal/fs/Exception.h>
+#include <quorel/sal/inet/Exception.h>
+#include <quorel/sal/io/Exception.h>
+#include <quorel/sal/xio/Exception.h>
+#include <quorel/sal/xio/scsi/sense.h>
+
+#endif

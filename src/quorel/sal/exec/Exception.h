@@ -1,0 +1,43 @@
+// Exceptions of execution: threads, processes, applications and synchronisation.
+#ifndef QUOREL_SAL_EXEC_EXCEPTION_H
+#define QUOREL_SAL_EXEC_EXCEPTION_H
+
+#include <quorel/sal/Exception.h>
+
+namespace quorel {
+namespace sal {
+namespace exec {
+
+// Execution: threads, processes, applications.
+class Exception : public sal::Exception {
+ public:
+  using sal::Exception::Exception;
+  ~Exception() override;
+};
+
+// Synchronisation objects.
+class SyncException : public exec::Exception {
+ public:
+  using exec::Exception::Exception;
+  ~SyncException() override;
+};
+
+// A lock that could not be acquired.
+class SyncAcquireException : public SyncException {
+ public:
+  using SyncException::SyncException;
+  ~SyncAcquireException() override;
+};
+
+// A lock that could not be released.
+class SyncReleaseException : public SyncException {
+ public:
+  using SyncException::SyncException;
+  ~SyncReleaseException() override;
+};
+
+}  // namespace exec
+}  // namespace sal
+}  // namespace quorel
+
+#endif

@@ -1,0 +1,99 @@
+// quorel::Exception and the exception classes of the top and utility namespaces.
+#include <quorel/util/Exception.h>
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <new>
+#include <ostream>
+#include <sstream>
+#include <typeinfo>
+
+#include <quorel/sal/err.h>
+#include <quorel/sal/xio/scsi/sense.h>
+
+namespace quorel {
+
+namespace {
+
+// The demangled name of a dynamic type, or the raw name if demangling fails.
+std::string typeNameOf(const std::type_info& type) {
+  int status = 0;
+  char* demangled = abi::__cxa_demangle(type.name(), nullptr, nullptr, &status);
+  if (demangled == nullptr) return type.name();
+  std::string name(demangled);
+  std::free(demangled);
+  return name;
+}
+
+// Sense decoding reads fixed offsets; short or empty sense data reads as zeros.
+std::string senseDescriptionOf(const std::string& senseData) {
+  std::string padded(senseData);
+  if (padded.size() < 32) padded.resize(32, '\0');
+  return sal::xio::scsi::sense::kcq::descriptionFrom(padded.data());
+}
+
+}  // namespace
+
+Exception::Exception(const char* where, const std::string& why, sal::i::err::domain::code domain,
+                     int code, const char* file, int line, const std::string& auxData)
+    : where_(where),
+      why_(why),
+      domain_(domain),
+      code_(code),
+      file_(file),
+      line_(line),
+      auxData_(auxData) {}
+
+Exception::Exception(const Exception& other) = default;
+
+Exception& Exception::operator=(const Exception& other) {
+  if (this != &other) {
+    this->~Exception();
+    new (this) Exception(other);
+  }
+  return *this;
+}
+
+Exception::~Exception() = default;
+
+std::string Exception::asString() const {
+  std::ostringstream out;
+  out << typeNameOf(typeid(*this)) << ": where='" << where_ << " (" << line_ << "@" << file_
+      << ")' why='" << why_ << "' domain='" << sal::err::asString(domain_) << " ("
+      << static_cast<int>(domain_) << ")' code='" << code_ << " (0x" << std::hex
+      << static_cast<unsigned int>(code_) << std::dec << ")'";
+  if (domain_ != sal::i::err::domain::kApplication) {
+    out << " message='" << sal::err::asString(code_, domain_) << "'";
+  }
+  if (domain_ == sal::i::err::domain::kSCSICDB) {
+    out << " kcq='" << senseDescriptionOf(auxData_) << "' senseData='"
+        << sal::xio::scsi::sense::hexStringFrom(auxData_.data(), static_cast<int>(auxData_.size()))
+        << "'";
+  }
+  return out.str();
+}
+
+std::string Exception::asSimpleString() const {
+  if (domain_ == sal::i::err::domain::kApplication) return why_;
+  return why_ + " - " + sal::err::asString(code_, domain_);
+}
+
+std::ostream& operator<<(std::ostream& os, const Exception& e) { return os << e.asString(); }
+
+InvalidArgumentException::~InvalidArgumentException() = default;
+InvalidFormatException::~InvalidFormatException() = default;
+OperationNotSupportedException::~OperationNotSupportedException() = default;
+NULLDereferenceException::~NULLDereferenceException() = default;
+BoneheadException::~BoneheadException() = default;
+BraindeathException::~BraindeathException() = default;
+CTORException::~CTORException() = default;
+
+namespace util {
+Exception::~Exception() = default;
+namespace str {
+Exception::~Exception() = default;
+}  // namespace str
+}  // namespace util
+
+}  // namespace quorel

@@ -1,0 +1,58 @@
+// QUOREL_THROW: the one macro that throws library exceptions.
+//
+//   QUOREL_THROW(sys::Exception)("::fork() failed", domain::kSystemCall, error);
+//   QUOREL_THROW(xio::SCSIReadException)(why, domain::kSCSICDB, status, senseBytes);
+//
+// The macro records the call site (the compiler's full signature of the
+// enclosing function, the source file relative to src/quorel/ and the line);
+// the parenthesised arguments that follow are why, domain, code and, for SCSI
+// failures, the auxiliary sense bytes.
+#ifndef QUOREL_UTIL_THROW_H
+#define QUOREL_UTIL_THROW_H
+
+#include <string>
+
+#include <quorel/sal/i/err.h>
+
+namespace quorel {
+namespace util {
+namespace site {
+
+// Strips everything up to the last "/quorel/" so that headers compiled from an
+// installed include directory report the same path as the library's own build,
+// where -fmacro-prefix-map already made __FILE__ relative.
+inline const char* relative(const char* path) noexcept {
+  const char* result = path;
+  for (const char* p = path; *p != '\0'; ++p) {
+    if (p[0] == '/' && p[1] == 'q' && p[2] == 'u' && p[3] == 'o' && p[4] == 'r' && p[5] == 'e' &&
+        p[6] == 'l' && p[7] == '/') {
+      result = p + 8;
+    }
+  }
+  return result;
+}
+
+// A captured call site that builds an exception of class E from the rest of
+// the exception's fields.
+template <class E>
+struct Thrower {
+  const char* where;
+  const char* file;
+  int line;
+
+  E operator()(const std::string& why, sal::i::err::domain::code domain, int code,
+               const std::string& auxData = std::string()) const {
+    return E(where, why, domain, code, file, line, auxData);
+  }
+};
+
+}  // namespace site
+}  // namespace util
+}  // namespace quorel
+
+#define QUOREL_THROW(Class)                                                                         \
+  throw ::quorel::util::site::Thrower<Class> {                                                     \
+    __PRETTY_FUNCTION__, ::quorel::util::site::relative(__FILE__), __LINE__                         \
+  }
+
+#endif
