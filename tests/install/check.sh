@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Installs the built library into a scratch prefix and builds a small program
+# against it twice: with pkg-config and with find_package(quorel).
+set -euo pipefail
+src=$1 build=$2 toolchain=${3:-}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+libdir=$(dirname "$(find "$work/prefix" -name 'libquorel.so.1' | head -n1)")
+test -L "$libdir/libquorel.so"
+test -f "$work/prefix/include/quorel/quorel.h"
+
+echo "== pkg-config"
+export PKG_CONFIG_PATH="$libdir/pkgconfig"
+flags=$(pkg-config --cflags --libs quorel)
+echo "pkg-config quorel: $flags"
+g++ -o "$work/consumer-pc" "$src/tests/install/consumer/main.cpp" $flags
+LD_LIBRARY_PATH="$libdir" "$work/consumer-pc"
+
+echo "== find_package"
+cmake -S "$src/tests/install/consumer" -B "$work/consumer-cmake" \
+  ${toolchain:+-DCMAKE_TOOLCHAIN_FILE="$toolchain"} -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+cmake --build "$work/consumer-cmake" >/dev/null
+LD_LIBRARY_PATH="$libdir" "$work/consumer-cmake/consumer"

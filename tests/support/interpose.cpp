@@ -1,0 +1,11 @@
+// The libc functions that tests can make fail when libquorel.so calls them.
+#include <errno.h>
+#include <stdlib.h>
+#include <sys/time.h>
+
+#include "fault.h"
+
+QUOREL_INTERPOSE(int, gettimeofday, (struct timeval* tv, void* tz), (tv, tz), true,
+                 { errno = error; return -1; })
+
+QUOREL_INTERPOSE(void*, valloc, (size_t size), (size), true, { errno = error; return nullptr; })

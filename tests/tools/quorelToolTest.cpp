@@ -1,0 +1,69 @@
+// The quorel command-line tool, run as users run it.
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct ToolRun {
+  int status;
+  std::string out;
+};
+
+// Runs the tool with arguments (a shell word list); captures stdout and stderr.
+ToolRun run(const std::string& arguments) {
+  const std::string command = std::string(QUOREL_TOOL_PATH) + " " + arguments + " 2>&1";
+  FILE* pipe = ::popen(command.c_str(), "r");
+  ToolRun result{-1, ""};
+  if (pipe == nullptr) return result;
+  char buffer[512];
+  size_t n;
+  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) result.out.append(buffer, n);
+  const int status = ::pclose(pipe);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+TEST(QuorelTool, WithoutArgumentsPrintsUsage) {
+  const ToolRun r = run("");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.rfind("usage: quorel COMMAND", 0), 0u) << r.out;
+}
+
+TEST(QuorelTool, ExplainPrintsDomainAndMessageTexts) {
+  ToolRun r = run("explain 5 0x8000000");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out,
+            "domain 5: SCSI CDB error\n"
+            "code 134217728 (0x8000000): SG_IO driver_status 0x08 DRIVER_SENSE\n");
+  r = run("explain 2 13");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "domain 2: system call error\ncode 13 (0xd): Permission denied\n");
+  r = run("explain 0 -1");
+  EXPECT_EQ(r.out, "domain 0: application-specific error\ncode -1 (0xffffffff): application-specific error\n");
+  r = run("explain 9 0xffffffff");
+  EXPECT_EQ(r.out, "domain 9: unknown error domain\ncode -1 (0xffffffff): unknown error code\n");
+}
+
+TEST(QuorelTool, ClockPrintsTheThreeClocks) {
+  const ToolRun r = run("clock");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("micro  "), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("milli  "), std::string::npos);
+  EXPECT_NE(r.out.find("tick   "), std::string::npos);
+}
+
+TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
+  for (const char* args : {"explain", "explain 2", "explain two 13", "explain 2 13x", "explain 2 0x",
+                           "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate"}) {
+    const ToolRun r = run(args);
+    EXPECT_EQ(r.status, 2) << args;
+    EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;
+    EXPECT_EQ(r.out.find('\n'), r.out.size() - 1) << args << ": " << r.out;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,191 @@
+// Reference-counted handles, the scoped lock and the scoped finalizer.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <quorel/quorel.h>
+
+#include "support/expect.h"
+
+namespace quorel {
+namespace {
+
+// Counts live objects and destructions.
+struct Tracked {
+  static std::atomic<int> destroyed;
+  int value;
+  explicit Tracked(int v) : value(v) {}
+  ~Tracked() { destroyed.fetch_add(1); }
+};
+std::atomic<int> Tracked::destroyed{0};
+
+typedef util::AHandleTo<Tracked, sal::AtomicCounter> Handle;
+typedef util::AHandleTo<Tracked, int> LocalHandle;
+
+class AHandleTo : public ::testing::Test {
+ protected:
+  void SetUp() override { Tracked::destroyed = 0; }
+};
+
+TEST_F(AHandleTo, EmptyHandleCopiesWithoutHolderAndThrowsOnUse) {
+  const Handle empty(nullptr);
+  Handle copy(empty);
+  EXPECT_FALSE(copy);
+  EXPECT_EQ(copy.useCount(), 0);
+  auto e = QUOREL_EXPECT_THROW(copy->value, NULLDereferenceException,
+                               "this handle does not contain a valid object", 0, 0);
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->asSimpleString(), "this handle does not contain a valid object");
+  EXPECT_STREQ(e->file(), "util/AHandleTo.inl");
+  EXPECT_NE(std::string(e->where()).find("operator->() [with T = quorel::{anonymous}::Tracked; "
+                                         "Counter = quorel::sal::AtomicCounter;"),
+            std::string::npos)
+      << e->where();
+  QUOREL_EXPECT_THROW(empty->value, NULLDereferenceException,
+                      "this handle does not contain a valid object", 0, 0);
+  auto r = QUOREL_EXPECT_THROW(empty.reference(), NULLDereferenceException,
+                               "this handle does not contain a valid object", 0, 0);
+  ASSERT_TRUE(r);
+  EXPECT_NE(std::string(r->where()).find("::reference() const [with T = "), std::string::npos);
+}
+
+TEST_F(AHandleTo, CopiesShareOneObjectDestroyedWithTheLast) {
+  {
+    Handle a(new Tracked(5));
+    EXPECT_EQ(a.useCount(), 1);
+    {
+      Handle b(a);
+      Handle c(nullptr);
+      c = b;
+      EXPECT_EQ(a.useCount(), 3);
+      c->value = 9;
+      EXPECT_EQ(a.reference().value, 9);
+    }
+    EXPECT_EQ(a.useCount(), 1);
+    EXPECT_EQ(Tracked::destroyed, 0);
+  }
+  EXPECT_EQ(Tracked::destroyed, 1);
+}
+
+TEST_F(AHandleTo, AssignmentBetweenSharersOrToSelfKeepsCount) {
+  Handle a(new Tracked(1));
+  Handle b(a);
+  b = a;
+  EXPECT_EQ(a.useCount(), 2);
+  Handle& self = a;
+  a = self;
+  EXPECT_EQ(a.useCount(), 2);
+  EXPECT_EQ(Tracked::destroyed, 0);
+}
+
+TEST_F(AHandleTo, AssignmentReleasesThePreviousObject) {
+  Handle a(new Tracked(1));
+  Handle b(new Tracked(2));
+  a = b;
+  EXPECT_EQ(Tracked::destroyed, 1);
+  EXPECT_EQ(a->value, 2);
+  a = Handle(nullptr);
+  EXPECT_FALSE(a);
+  EXPECT_EQ(b.useCount(), 1);
+}
+
+TEST_F(AHandleTo, IntCounterPolicyCountsOnOneThread) {
+  {
+    LocalHandle a(new Tracked(3));
+    LocalHandle b(a);
+    EXPECT_EQ(b.useCount(), 2);
+  }
+  EXPECT_EQ(Tracked::destroyed, 1);
+}
+
+struct CountingDeallocator {
+  static int freed;
+  static void free(Tracked* t) {
+    ++freed;
+    delete t;
+  }
+};
+int CountingDeallocator::freed = 0;
+
+TEST_F(AHandleTo, UsesTheDeallocatorPolicy) {
+  CountingDeallocator::freed = 0;
+  { util::AHandleTo<Tracked, int, CountingDeallocator> h(new Tracked(0)); }
+  EXPECT_EQ(CountingDeallocator::freed, 1);
+}
+
+TEST_F(AHandleTo, CopiesDroppedOnManyThreadsDestroyTheObjectOnce) {
+  constexpr int kThreads = 8;
+  constexpr int kRounds = 200;
+  for (int round = 0; round < kRounds; ++round) {
+    std::vector<Handle> copies;
+    {
+      Handle original(new Tracked(round));
+      copies.assign(kThreads, original);
+    }
+    std::atomic<bool> go{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&, t] {
+        while (!go.load()) {
+        }
+        Handle local(copies[t]);  // one more attach and detach on the shared holder
+        copies[t] = Handle(nullptr);
+      });
+    }
+    go = true;
+    for (auto& t : threads) t.join();
+  }
+  EXPECT_EQ(Tracked::destroyed, kRounds);
+}
+
+// A lock that records its calls.
+struct RecordingLock {
+  int locks = 0;
+  int unlocks = 0;
+  void lock() { ++locks; }
+  void unlock() { ++unlocks; }
+};
+
+TEST(ALockLatchFor, UnlocksWhenScopeIsLeftByAnException) {
+  RecordingLock lock;
+  try {
+    util::ALockLatchFor<RecordingLock> latch(lock);
+    EXPECT_EQ(lock.locks, 1);
+    EXPECT_EQ(lock.unlocks, 0);
+    throw std::runtime_error("leave");
+  } catch (const std::runtime_error&) {
+  }
+  EXPECT_EQ(lock.unlocks, 1);
+
+  sal::exec::SpinLock spin;
+  try {
+    util::ALockLatchFor<sal::exec::SpinLock> latch(spin);
+    throw std::runtime_error("leave");
+  } catch (const std::runtime_error&) {
+  }
+  ASSERT_TRUE(spin.tryLock());
+  spin.unlock();
+}
+
+TEST(ASimpleFinalizerOf, ClosesTheDescriptorAndIgnoresTheResult) {
+  int fds[2];
+  ASSERT_EQ(::pipe(fds), 0);
+  {
+    util::ASimpleFinalizerOf<int, int (*)(int)> closeRead(fds[0], ::close);
+    util::ASimpleFinalizerOf<int, int (*)(int)> closeWrite(fds[1], ::close);
+    util::ASimpleFinalizerOf<int, int (*)(int)> closeBad(-1, ::close);  // fails silently
+  }
+  EXPECT_EQ(::fcntl(fds[0], F_GETFD), -1);
+  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(::fcntl(fds[1], F_GETFD), -1);
+}
+
+}  // namespace
+}  // namespace quorel

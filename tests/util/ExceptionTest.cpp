@@ -1,0 +1,218 @@
+// Exception formatting, copying, slicing assignment and the class tree.
+#include <dlfcn.h>
+#include <netdb.h>
+
+#include <cerrno>
+#include <cstring>
+#include <sstream>
+#include <type_traits>
+
+#include <gtest/gtest.h>
+
+#include <quorel/quorel.h>
+
+#include "support/expect.h"
+
+namespace quorel {
+namespace {
+
+using sal::i::err::domain::code;
+
+quorel::Exception make(int domain, int errorCode, const std::string& aux = std::string()) {
+  return quorel::Exception("void f()", "something failed", static_cast<code>(domain), errorCode,
+                           "util/x.cpp", 42, aux);
+}
+
+TEST(ExceptionFormat, ApplicationDomainHasNoMessagePart) {
+  const quorel::Exception e = make(0, 7);
+  EXPECT_EQ(e.asString(),
+            "quorel::Exception: where='void f() (42@util/x.cpp)' why='something failed' "
+            "domain='application-specific error (0)' code='7 (0x7)'");
+  EXPECT_EQ(e.asSimpleString(), "something failed");
+}
+
+TEST(ExceptionFormat, ErrnoDomainsCarryStrerrorText) {
+  for (int domain : {1, 2, 6}) {
+    const quorel::Exception e = make(domain, EACCES);
+    const std::string tail = "code='13 (0xd)' message='" + std::string(std::strerror(EACCES)) + "'";
+    EXPECT_EQ(e.asString().substr(e.asString().size() - tail.size()), tail) << domain;
+    EXPECT_EQ(e.asSimpleString(), "something failed - " + std::string(std::strerror(EACCES)));
+  }
+  EXPECT_NE(make(2, 13).asString().find("domain='system call error (2)'"), std::string::npos);
+  EXPECT_NE(make(1, 13).asString().find("domain='C runtime library error (1)'"), std::string::npos);
+  EXPECT_NE(make(6, 13).asString().find("domain='network interface enumeration error (6)'"),
+            std::string::npos);
+}
+
+TEST(ExceptionFormat, NegativeCodePrintsSignedAndAsTwosComplement) {
+  EXPECT_NE(make(0, -1).asString().find("code='-1 (0xffffffff)'"), std::string::npos);
+  EXPECT_NE(make(2, -2147483647 - 1).asString().find("code='-2147483648 (0x80000000)'"),
+            std::string::npos);
+}
+
+TEST(ExceptionFormat, AddressResolutionUsesGaiText) {
+  const quorel::Exception e = make(4, EAI_NONAME);
+  EXPECT_NE(e.asString().find("domain='network address or host name resolution error (4)'"),
+            std::string::npos);
+  EXPECT_NE(e.asString().find("message='" + std::string(gai_strerror(EAI_NONAME)) + "'"),
+            std::string::npos);
+}
+
+TEST(ExceptionFormat, UnknownDomainsFallBack) {
+  for (int domain : {7, 100, -1}) {
+    const quorel::Exception e = make(domain, 3);
+    EXPECT_NE(e.asString().find("domain='unknown error domain (" + std::to_string(domain) + ")'"),
+              std::string::npos);
+    EXPECT_NE(e.asString().find("message='unknown error code'"), std::string::npos);
+    EXPECT_EQ(e.asSimpleString(), "something failed - unknown error code");
+  }
+}
+
+TEST(ExceptionFormat, DynamicLinkerTextIsReadWhenFormattedAndOnlyOnce) {
+  ASSERT_EQ(::dlopen("/nonexistent/libquorel-missing.so", RTLD_NOW), nullptr);
+  const quorel::Exception e = make(3, 0);
+  const std::string first = e.asString();
+  EXPECT_NE(first.find("domain='dynamic linker error (3)'"), std::string::npos);
+  EXPECT_NE(first.find("libquorel-missing.so"), std::string::npos) << first;
+  EXPECT_NE(e.asString().find("message='unknown error code'"), std::string::npos);
+}
+
+TEST(ExceptionFormat, SCSIStatusTableMatchesExactValuesOnly) {
+  const struct {
+    int code;
+    const char* text;
+  } cases[] = {
+      {0x00, "GOOD"},
+      {0x02, "CHECK CONDITION"},
+      {0x14, "*Obsolete*"},
+      {0x40, "TASK ABORTED"},
+      {0x30000, "SG_IO host_status 0x03 DID_TIME_OUT"},
+      {0xd0000, "SG_IO host_status 0x0d DID_REQUEUE"},
+      {0x8000000, "SG_IO driver_status 0x08 DRIVER_SENSE"},
+      {0x8000002, "*Reserved*"},  // combinations are not decomposed
+      {0x03, "*Reserved*"},
+      {0x100, "unknown error code"},
+      {0xe0000, "unknown error code"},
+      {0x9000000, "unknown error code"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(sal::err::asString(c.code, sal::i::err::domain::kSCSICDB), c.text) << std::hex << c.code;
+  }
+  EXPECT_EQ(sal::err::asString(sal::i::err::domain::kSCSICDB), "SCSI CDB error");
+}
+
+TEST(ExceptionFormat, SCSIDomainAppendsSenseRenderings) {
+  std::string sense(18, '\0');
+  sense[0] = 0x70;
+  sense[2] = 0x05;
+  sense[12] = 0x24;
+  const quorel::Exception e = make(5, 0x8000002, sense);
+  const std::string s = e.asString();
+  EXPECT_NE(s.find("message='*Reserved*' kcq='"), std::string::npos) << s;
+  EXPECT_NE(s.find("' senseData='70000500 00000000 00000000 24000000 0000'"), std::string::npos) << s;
+  // Empty sense data still renders both parts.
+  EXPECT_NE(make(5, 2).asString().find("senseData=''"), std::string::npos);
+}
+
+TEST(ExceptionStream, WritesAsString) {
+  const quorel::Exception e = make(2, 1);
+  std::ostringstream out;
+  out << e;
+  EXPECT_EQ(out.str(), e.asString());
+}
+
+TEST(ExceptionCopy, CopiesAllSevenFields) {
+  const std::string aux("\x00\x01\x00\x02", 4);
+  const quorel::sal::xio::SCSIReadException original("w()", "why", sal::i::err::domain::kSCSICDB, 2,
+                                                     "sal/f.inl", 9, aux);
+  const quorel::sal::xio::SCSIReadException copy(original);
+  EXPECT_EQ(copy.where(), original.where());  // shared static text
+  EXPECT_EQ(copy.file(), original.file());
+  EXPECT_EQ(copy.why(), "why");
+  EXPECT_EQ(copy.domain(), sal::i::err::domain::kSCSICDB);
+  EXPECT_EQ(copy.code(), 2);
+  EXPECT_EQ(copy.line(), 9);
+  EXPECT_EQ(copy.auxData(), aux);
+  EXPECT_EQ(copy.auxData().size(), 4u);
+}
+
+TEST(ExceptionAssign, SlicesTargetToRootClass) {
+  const sal::sys::Exception source("s()", "source", sal::i::err::domain::kSystemCall, 5, "a.inl", 1,
+                                   "");
+  sal::io::Exception target("t()", "target", sal::i::err::domain::kApplication, 0, "b.inl", 2, "");
+  quorel::Exception& ref = target;
+  ref = source;
+  EXPECT_EQ(ref.asString().rfind("quorel::Exception: where='s() (1@a.inl)' why='source'", 0), 0u)
+      << ref.asString();
+  EXPECT_TRUE(typeid(ref) == typeid(quorel::Exception));
+  EXPECT_EQ(ref.code(), 5);
+}
+
+TEST(ExceptionAssign, SelfAssignmentKeepsObject) {
+  sal::io::Exception e("t()", "target", sal::i::err::domain::kSystemCall, 4, "b.inl", 2, "");
+  quorel::Exception& ref = e;
+  ref = *&ref;
+  EXPECT_TRUE(typeid(ref) == typeid(sal::io::Exception));
+  EXPECT_EQ(ref.why(), "target");
+}
+
+template <class Derived, class Base>
+constexpr bool derivesDirectly() {
+  return std::is_base_of<Base, Derived>::value && !std::is_same<Base, Derived>::value;
+}
+
+TEST(ExceptionTree, ClassesDeriveAsDocumented) {
+  using namespace quorel::sal;
+  static_assert(derivesDirectly<quorel::Exception, std::exception>());
+  static_assert(derivesDirectly<NULLDereferenceException, quorel::Exception>());
+  static_assert(derivesDirectly<util::str::Exception, util::Exception>());
+  static_assert(derivesDirectly<sal::Exception, quorel::Exception>());
+  static_assert(derivesDirectly<sys::Exception, sal::Exception>());
+  static_assert(derivesDirectly<exec::SyncAcquireException, exec::SyncException>());
+  static_assert(derivesDirectly<fs::StatException, fs::Exception>());
+  static_assert(derivesDirectly<io::TimeoutException, sal::Exception>());
+  static_assert(!std::is_base_of<io::Exception, io::TimeoutException>::value);
+  static_assert(derivesDirectly<xio::EOFException, xio::ReadException>());
+  static_assert(derivesDirectly<xio::SCSIWriteException, xio::WriteException>());
+  static_assert(derivesDirectly<xio::AIOCancellationException, xio::AIOCompletionException>());
+  static_assert(derivesDirectly<xio::GetSocketOptionException, xio::SocketOptionException>());
+  static_assert(derivesDirectly<xio::ConnectionTimedoutException, xio::ConnectionException>());
+  static_assert(derivesDirectly<xio::NetworkUnreachableException, xio::NetworkException>());
+  static_assert(derivesDirectly<xio::HostDownException, xio::SocketException>());
+  // No class adds a field.
+  static_assert(sizeof(xio::NetworkUnreachableException) == sizeof(quorel::Exception));
+  // ExitException stays outside the tree so that no handler swallows an exit.
+  static_assert(std::is_empty<sys::exec::ExitException>::value);
+  static_assert(!std::is_base_of<std::exception, sys::exec::ExitException>::value);
+}
+
+TEST(ExceptionTree, DynamicTypeNamePrintsDemangled) {
+  const sal::xio::ConnectionRefusedException e("c()", "refused", sal::i::err::domain::kSystemCall, 111,
+                                          "x.inl", 3, "");
+  EXPECT_EQ(e.asString().rfind("quorel::sal::xio::ConnectionRefusedException: where='c() (3@x.inl)'", 0),
+            0u);
+}
+
+constexpr int kThrowLine = __LINE__ + 3;
+template <class T>
+void throwFromTemplate(T) {
+  QUOREL_THROW(InvalidArgumentException)("bad value", sal::i::err::domain::kApplication, 3);
+}
+
+TEST(ThrowMacro, RecordsSignatureWithTemplateArgumentsAndRealLine) {
+  auto e = test::caught<InvalidArgumentException>([] { throwFromTemplate(7); });
+  ASSERT_TRUE(e);
+  EXPECT_STREQ(e->where(), "void quorel::{anonymous}::throwFromTemplate(T) [with T = int]");
+  EXPECT_EQ(e->line(), kThrowLine);
+  EXPECT_STREQ(e->file(), util::site::relative(__FILE__));
+  EXPECT_EQ(e->code(), 3);
+}
+
+TEST(ThrowMacro, RelativePathStripsUpToLastProjectDirectory) {
+  EXPECT_STREQ(util::site::relative("/usr/include/quorel/util/AHandleTo.inl"), "util/AHandleTo.inl");
+  EXPECT_STREQ(util::site::relative("/w/quorel/src/quorel/sal/sys/time.inl"), "sal/sys/time.inl");
+  EXPECT_STREQ(util::site::relative("sal/impl/vm.inl"), "sal/impl/vm.inl");
+}
+
+}  // namespace
+}  // namespace quorel

@@ -1,0 +1,92 @@
+// quorel: command-line access to the library's diagnostics.
+//
+//   quorel explain DOMAIN CODE   texts of an error code
+//   quorel clock                 the wall clock and the monotonic tick
+//
+// Exit status: 0 success, 1 a library operation failed, 2 bad usage.
+#include <cerrno>
+#include <cstdlib>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <quorel/quorel.h>
+
+namespace {
+
+const char kUsage[] =
+    "usage: quorel COMMAND [ARGUMENTS]\n"
+    "\n"
+    "commands:\n"
+    "  explain DOMAIN CODE  print the domain and message texts of an error code\n"
+    "                       (DOMAIN 0-6; CODE decimal, negative or 0x-prefixed hexadecimal)\n"
+    "  clock                print the wall clock (micro-, milliseconds, seconds) and the tick\n";
+
+// A usage error: reported on one line, exit status 2.
+struct UsageError {
+  std::string message;
+};
+
+// Parses a 32-bit error code: decimal (possibly negative) or 0x-prefixed
+// hexadecimal, where values above 0x7fffffff give their two's-complement int.
+int parseCode(const std::string& text, const char* what) {
+  const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  const char* begin = text.c_str() + (hex ? 2 : 0);
+  char* end = nullptr;
+  errno = 0;
+  const long long value = std::strtoll(begin, &end, hex ? 16 : 10);
+  const bool fits = hex ? value >= 0 && value <= 0xffffffffLL : value >= -2147483648LL && value <= 2147483647LL;
+  if (text.empty() || *begin == '\0' || *end != '\0' || errno != 0 || !fits || (hex && *begin == '-')) {
+    throw UsageError{std::string("invalid ") + what + " '" + text + "'"};
+  }
+  return static_cast<int>(static_cast<unsigned int>(value));
+}
+
+int explain(const std::vector<std::string>& args) {
+  if (args.size() != 2) throw UsageError{"explain takes DOMAIN and CODE"};
+  const auto domain = static_cast<quorel::sal::i::err::domain::code>(parseCode(args[0], "domain"));
+  const int code = parseCode(args[1], "code");
+  std::cout << "domain " << static_cast<int>(domain) << ": " << quorel::sal::err::asString(domain)
+            << "\n"
+            << "code " << code << " (0x" << std::hex << static_cast<unsigned int>(code) << std::dec
+            << "): " << quorel::sal::err::asString(code, domain) << "\n";
+  return 0;
+}
+
+int clock(const std::vector<std::string>& args) {
+  if (!args.empty()) throw UsageError{"clock takes no arguments"};
+  namespace time = quorel::sal::time;
+  const time::absolute micro = time::micro::now();
+  std::cout << "micro  " << micro << " us since the epoch\n"
+            << "milli  " << micro / 1000 << " ms since the epoch\n"
+            << "now    " << micro / 1000000 << " s since the epoch\n"
+            << "tick   " << time::tick::now() << " ns of the monotonic clock\n";
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> all(argv + 1, argv + argc);
+  if (all.empty()) {
+    std::cout << kUsage;
+    return 0;
+  }
+  const std::string command = all[0];
+  const std::vector<std::string> args(all.begin() + 1, all.end());
+  try {
+    if (command == "explain") return explain(args);
+    if (command == "clock") return clock(args);
+    if (command == "help" || command == "--help" || command == "-h") {
+      std::cout << kUsage;
+      return 0;
+    }
+    throw UsageError{"unknown command '" + command + "'"};
+  } catch (const UsageError& e) {
+    std::cerr << "quorel: " << e.message << " (run 'quorel help' for usage)\n";
+    return 2;
+  } catch (const quorel::Exception& e) {
+    std::cerr << "quorel: " << e.asSimpleString() << "\n";
+    return 1;
+  }
+}
