@@ -25,8 +25,11 @@ class AHandleTo {
  public:
   typedef ARefCounted<T, Counter, Deallocator> Holder;
 
+  // An empty handle: no holder, no object.
+  AHandleTo() : holder_(nullptr) {}
   // Takes ownership of object; null gives an empty handle with no holder.
-  AHandleTo(T* object = nullptr);
+  // Explicit, so that a raw pointer never hands over ownership unnoticed.
+  explicit AHandleTo(T* object);
   // Shares other's holder (copies share the object).
   AHandleTo(const AHandleTo& other);
   // Releases the current holder and shares other's; nothing happens when both
