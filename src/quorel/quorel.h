@@ -10,6 +10,12 @@
 #include <quorel/util/AHandleTo.h>
 #include <quorel/util/ALockLatchFor.h>
 #include <quorel/util/ASimpleFinalizerOf.h>
+#include <quorel/util/str.h>
+#include <quorel/util/byte.h>
+#include <quorel/util/Blob.h>
+#include <quorel/util/StringToBlob.h>
+#include <quorel/util/Version.h>
+#include <quorel/util/UUID.h>
 
 #include <quorel/sal/i/err.h>
 #include <quorel/sal/err.h>
@@ -19,11 +25,18 @@
 #include <quorel/sal/time.h>
 #include <quorel/sal/vm.h>
 
+// The platform layer's exported functions.
+#include <quorel/sal/sys/atomic.h>
+#include <quorel/sal/sys/err.h>
+#include <quorel/sal/sys/time.h>
+#include <quorel/sal/sys/uuid.h>
+
 #include <quorel/sal/exec/Exception.h>
 #include <quorel/sal/exec/SpinLock.h>
 #include <quorel/sal/sys/exec/ExitException.h>
 #include <quorel/sal/fs/Exception.h>
 #include <quorel/sal/inet/Exception.h>
+#include <quorel/sal/inet/Link.h>
 #include <quorel/sal/io/Exception.h>
 #include <quorel/sal/xio/Exception.h>
 #include <quorel/sal/xio/scsi/sense.h>

@@ -56,9 +56,27 @@ TEST(QuorelTool, ClockPrintsTheThreeClocks) {
   EXPECT_NE(r.out.find("tick   "), std::string::npos);
 }
 
+TEST(QuorelTool, UuidPrintsTheRequestedNumberOfIdentifiers) {
+  ToolRun r = run("uuid 3");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.size(), 3 * 37u) << r.out;
+  EXPECT_EQ(r.out[14], '1');
+  r = run("uuid");
+  EXPECT_EQ(r.out.size(), 37u);
+}
+
+TEST(QuorelTool, VersionPrintsTheParsedNumber) {
+  EXPECT_EQ(run("version 2.6").out, "2.6.0\n");
+  EXPECT_EQ(run("version 300.1.2.3.4").out, "44.1.2.3\n");
+  const ToolRun r = run("version 1.x");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.out, "quorel: invalid version '1.x' (run 'quorel help' for usage)\n");
+}
+
 TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
   for (const char* args : {"explain", "explain 2", "explain two 13", "explain 2 13x", "explain 2 0x",
-                           "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate"}) {
+                           "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate",
+                           "uuid -1", "uuid many", "uuid 1 2", "version", "version 1..2"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;

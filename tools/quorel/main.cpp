@@ -2,6 +2,8 @@
 //
 //   quorel explain DOMAIN CODE   texts of an error code
 //   quorel clock                 the wall clock and the monotonic tick
+//   quorel uuid [N]              N new identifiers (default 1)
+//   quorel version TEXT          a dotted version number as the library reads it
 //
 // Exit status: 0 success, 1 a library operation failed, 2 bad usage.
 #include <cerrno>
@@ -20,7 +22,9 @@ const char kUsage[] =
     "commands:\n"
     "  explain DOMAIN CODE  print the domain and message texts of an error code\n"
     "                       (DOMAIN 0-6; CODE decimal, negative or 0x-prefixed hexadecimal)\n"
-    "  clock                print the wall clock (micro-, milliseconds, seconds) and the tick\n";
+    "  clock                print the wall clock (micro-, milliseconds, seconds) and the tick\n"
+    "  uuid [N]             print N new time-based identifiers (default 1)\n"
+    "  version TEXT         print the version number TEXT as parsed (up to four components)\n";
 
 // A usage error: reported on one line, exit status 2.
 struct UsageError {
@@ -29,7 +33,7 @@ struct UsageError {
 
 // Parses a 32-bit error code: decimal (possibly negative) or 0x-prefixed
 // hexadecimal, where values above 0x7fffffff give their two's-complement int.
-int parseCode(const std::string& text, const char* what) {
+int parseInteger(const std::string& text, const char* what) {
   const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
   const char* begin = text.c_str() + (hex ? 2 : 0);
   char* end = nullptr;
@@ -44,8 +48,8 @@ int parseCode(const std::string& text, const char* what) {
 
 int explain(const std::vector<std::string>& args) {
   if (args.size() != 2) throw UsageError{"explain takes DOMAIN and CODE"};
-  const auto domain = static_cast<quorel::sal::i::err::domain::code>(parseCode(args[0], "domain"));
-  const int code = parseCode(args[1], "code");
+  const auto domain = static_cast<quorel::sal::i::err::domain::code>(parseInteger(args[0], "domain"));
+  const int code = parseInteger(args[1], "code");
   std::cout << "domain " << static_cast<int>(domain) << ": " << quorel::sal::err::asString(domain)
             << "\n"
             << "code " << code << " (0x" << std::hex << static_cast<unsigned int>(code) << std::dec
@@ -64,6 +68,24 @@ int clock(const std::vector<std::string>& args) {
   return 0;
 }
 
+int uuid(const std::vector<std::string>& args) {
+  if (args.size() > 1) throw UsageError{"uuid takes at most one count"};
+  const int count = args.empty() ? 1 : parseInteger(args[0], "count");
+  if (count < 0) throw UsageError{"invalid count '" + args[0] + "'"};
+  for (int i = 0; i < count; ++i) std::cout << quorel::util::UUID().asString() << "\n";
+  return 0;
+}
+
+int version(const std::vector<std::string>& args) {
+  if (args.size() != 1) throw UsageError{"version takes one TEXT"};
+  try {
+    std::cout << quorel::util::Version(args[0]).asString() << "\n";
+  } catch (const quorel::util::str::Exception&) {
+    throw UsageError{"invalid version '" + args[0] + "'"};
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -77,6 +99,8 @@ int main(int argc, char** argv) {
   try {
     if (command == "explain") return explain(args);
     if (command == "clock") return clock(args);
+    if (command == "uuid") return uuid(args);
+    if (command == "version") return version(args);
     if (command == "help" || command == "--help" || command == "-h") {
       std::cout << kUsage;
       return 0;

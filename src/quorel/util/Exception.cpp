@@ -1,9 +1,6 @@
 // quorel::Exception and the exception classes of the top and utility namespaces.
 #include <quorel/util/Exception.h>
 
-#include <cxxabi.h>
-
-#include <cstdlib>
 #include <new>
 #include <ostream>
 #include <sstream>
@@ -11,20 +8,11 @@
 
 #include <quorel/sal/err.h>
 #include <quorel/sal/xio/scsi/sense.h>
+#include <quorel/util/impl/typeName.h>
 
 namespace quorel {
 
 namespace {
-
-// The demangled name of a dynamic type, or the raw name if demangling fails.
-std::string typeNameOf(const std::type_info& type) {
-  int status = 0;
-  char* demangled = abi::__cxa_demangle(type.name(), nullptr, nullptr, &status);
-  if (demangled == nullptr) return type.name();
-  std::string name(demangled);
-  std::free(demangled);
-  return name;
-}
 
 // Sense decoding reads fixed offsets; short or empty sense data reads as zeros.
 std::string senseDescriptionOf(const std::string& senseData) {
@@ -59,7 +47,7 @@ Exception::~Exception() = default;
 
 std::string Exception::asString() const {
   std::ostringstream out;
-  out << typeNameOf(typeid(*this)) << ": where='" << where_ << " (" << line_ << "@" << file_
+  out << util::impl::demangledNameOf(typeid(*this)) << ": where='" << where_ << " (" << line_ << "@" << file_
       << ")' why='" << why_ << "' domain='" << sal::err::asString(domain_) << " ("
       << static_cast<int>(domain_) << ")' code='" << code_ << " (0x" << std::hex
       << static_cast<unsigned int>(code_) << std::dec << ")'";

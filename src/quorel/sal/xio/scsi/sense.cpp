@@ -5,6 +5,8 @@
 // description tables of the SCSI pass-through layer replace it.
 #include <quorel/sal/xio/scsi/sense.h>
 
+#include <quorel/util/str.h>
+
 namespace quorel {
 namespace sal {
 namespace xio {
@@ -14,9 +16,8 @@ namespace sense {
 namespace {
 
 void appendHexByte(std::string& out, unsigned char byte) {
-  static const char kDigits[] = "0123456789ABCDEF";
-  out += kDigits[byte >> 4];
-  out += kDigits[byte & 0x0f];
+  char digits[4];
+  out += util::str::hexFrom(byte, digits, sizeof digits, true);
 }
 
 }  // namespace
