@@ -4,5 +4,5 @@
 // blob never frees it); those strings are all allocated by newHeldString.
 // Nothing else is suppressed.
 extern "C" const char* __lsan_default_suppressions() {
-  return "leak:quorel::util::impl::*newHeldString\n";
+  return "leak:newHeldString\n";
 }

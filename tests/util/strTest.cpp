@@ -51,6 +51,23 @@ TEST(StrFrom, WritesNumbersNotCharactersAndBoolAsWords) {
   EXPECT_EQ(str::from(255u, kHex | std::ios_base::uppercase | std::ios_base::showbase), "0XFF");
 }
 
+// Groups of three digits separated by commas.
+struct Thousands : std::numpunct<char> {
+  char do_thousands_sep() const override { return ','; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST(StrFromAndTo, FollowTheGlobalLocaleLikeTheStream) {
+  const std::locale previous = std::locale::global(std::locale(std::locale::classic(), new Thousands));
+  const std::string text = str::from(1234567);
+  unsigned int u = 0;
+  str::to(u, "1,234");
+  std::locale::global(previous);
+  EXPECT_EQ(text, "1,234,567");
+  EXPECT_EQ(u, 1234u);
+  EXPECT_EQ(str::from(1234567), "1234567");
+}
+
 TEST(StrTo, TrimsReadsAndIgnoresTrailingText) {
   unsigned int u = 0;
   str::to(u, "  42  ");

@@ -6,6 +6,7 @@
 #include <limits>
 #include <ostream>
 #include <sstream>
+#include <type_traits>
 
 #include <quorel/util/Exception.h>
 #include <quorel/util/Throw.h>
@@ -65,10 +66,17 @@ bool readNumber(const std::string& s, std::string::size_type from, std::uint64_t
   return true;
 }
 
+// Streams use the global locale; with the classic one, plain decimal
+// conversions can skip the stream and give the same text.
+bool globalLocaleIsClassic() { return std::locale() == std::locale::classic(); }
+
 }  // namespace
 
 template <class T>
 const std::string from(T value, std::ios_base::fmtflags flags, bool pad) {
+  if constexpr (std::is_integral<T>::value) {
+    if (flags == std::ios_base::dec && globalLocaleIsClassic()) return std::to_string(+value);
+  }
   std::ostringstream out;
   out.flags(flags);
   const std::ios_base::fmtflags base = flags & std::ios_base::basefield;
@@ -91,9 +99,23 @@ const std::string from<bool>(bool value, std::ios_base::fmtflags, bool) {
 
 template <class T>
 void to(T& out, const std::string& text, std::ios_base::fmtflags flags) {
-  std::istringstream in(trim(text, std::locale::classic()));
+  typedef typename StreamedAs<T>::type Read;
+  // Plain digits in decimal read directly; signs, other bases, locales and
+  // out-of-range numbers go through the stream, which decides their fate.
+  static const std::ctype<char>& classic = std::use_facet<std::ctype<char>>(std::locale::classic());
+  std::string::size_type first = 0;
+  while (first < text.size() && classic.is(std::ctype_base::space, text[first])) ++first;
+  std::uint64_t number = 0;
+  if (flags == std::ios_base::dec && first < text.size() && isDigit(text[first]) &&
+      readNumber(text, first, number) && number <= std::numeric_limits<Read>::max() &&
+      globalLocaleIsClassic()) {
+    out = static_cast<T>(static_cast<Read>(number));
+    return;
+  }
+  const std::string trimmed = trim(text, std::locale::classic());
+  std::istringstream in(trimmed);
   in.flags(flags);
-  typename StreamedAs<T>::type value;
+  Read value;
   in >> value;
   if (in.fail()) {
     QUOREL_THROW(Exception)("conversion from \"" + text + "\" failed", kApplication, 0);
