@@ -33,6 +33,13 @@
 
 #include <quorel/sal/exec/Exception.h>
 #include <quorel/sal/exec/SpinLock.h>
+#include <quorel/sal/exec/Mutex.h>
+#include <quorel/sal/exec/CondVar.h>
+#include <quorel/sal/exec/CVOneShot.h>
+#include <quorel/sal/exec/TSDPair.h>
+#include <quorel/sal/exec/i/Task.h>
+#include <quorel/sal/exec/Thread.h>
+#include <quorel/sal/sys/exec/thr.h>
 #include <quorel/sal/sys/exec/ExitException.h>
 #include <quorel/sal/fs/Exception.h>
 #include <quorel/sal/inet/Exception.h>

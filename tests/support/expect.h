@@ -50,6 +50,7 @@ inline void expectFields(const quorel::Exception& e, const std::string& why, int
   EXPECT_EQ(e.code(), code);
   ASSERT_NE(e.file(), nullptr);
   EXPECT_NE(e.file()[0], '/') << "file() must be relative to src/quorel/";
+  EXPECT_EQ(std::string(e.file()).find(".."), std::string::npos) << "file() must be a canonical path";
   EXPECT_NE(sourceLine(e.file(), e.line()).find("QUOREL_THROW"), std::string::npos)
       << "line " << e.line() << " of " << e.file() << " does not throw";
   if (domain != 5) {

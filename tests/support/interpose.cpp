@@ -1,6 +1,7 @@
 // The libc functions that tests can make fail when libquorel.so calls them.
 #include <errno.h>
 #include <ifaddrs.h>
+#include <pthread.h>
 #include <stdlib.h>
 #include <sys/time.h>
 #include <time.h>
@@ -17,3 +18,26 @@ QUOREL_INTERPOSE(int, clock_gettime, (clockid_t clock, struct timespec* ts), (cl
 
 QUOREL_INTERPOSE(int, getifaddrs, (struct ifaddrs** entries), (entries), true,
                  { errno = error; return -1; })
+
+// POSIX threads calls report failure by returning the error number.
+#define QUOREL_INTERPOSE_PTHREAD(name, params, args, isNoexcept) \
+  QUOREL_INTERPOSE(int, name, params, args, isNoexcept, { return error; })
+
+QUOREL_INTERPOSE_PTHREAD(pthread_mutex_init, (pthread_mutex_t* m, const pthread_mutexattr_t* a), (m, a), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_mutex_lock, (pthread_mutex_t* m), (m), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_mutex_unlock, (pthread_mutex_t* m), (m), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_mutex_trylock, (pthread_mutex_t* m), (m), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_cond_init, (pthread_cond_t* c, const pthread_condattr_t* a), (c, a), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_cond_wait, (pthread_cond_t* c, pthread_mutex_t* m), (c, m), false)
+QUOREL_INTERPOSE_PTHREAD(pthread_cond_timedwait,
+                         (pthread_cond_t* c, pthread_mutex_t* m, const struct timespec* t), (c, m, t), false)
+QUOREL_INTERPOSE_PTHREAD(pthread_cond_signal, (pthread_cond_t* c), (c), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_cond_broadcast, (pthread_cond_t* c), (c), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_key_create, (pthread_key_t* k, void (*d)(void*)), (k, d), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_setspecific, (pthread_key_t k, const void* v), (k, v), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_attr_init, (pthread_attr_t* a), (a), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_attr_setdetachstate, (pthread_attr_t* a, int s), (a, s), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_attr_setstacksize, (pthread_attr_t* a, size_t s), (a, s), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_create,
+                         (pthread_t* t, const pthread_attr_t* a, void* (*f)(void*), void* arg), (t, a, f, arg),
+                         true)

@@ -1,7 +1,7 @@
 // Public atomic integer operations, forwarding to the platform layer.
 #include <quorel/sal/atomic.h>
 
-#include "sys/atomic.inl"
+#include <quorel/sal/sys/atomic.inl>
 
 namespace quorel {
 namespace sal {

@@ -1,7 +1,7 @@
 // Error domain names and per-domain message texts.
 #include <quorel/sal/err.h>
 
-#include "sys/err.inl"
+#include <quorel/sal/sys/err.inl>
 
 namespace quorel {
 namespace sal {

@@ -1,7 +1,7 @@
 // Public clocks, forwarding to the platform layer.
 #include <quorel/sal/time.h>
 
-#include "sys/time.inl"
+#include <quorel/sal/sys/time.inl>
 
 namespace quorel {
 namespace sal {

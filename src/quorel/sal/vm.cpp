@@ -1,7 +1,7 @@
 // Public page-aligned memory, forwarding to the implementation layer.
 #include <quorel/sal/vm.h>
 
-#include "impl/vm.inl"
+#include <quorel/sal/impl/vm.inl>
 
 namespace quorel {
 namespace sal {

@@ -3,6 +3,7 @@
 #ifndef QUOREL_UTIL_AHANDLETO_H
 #define QUOREL_UTIL_AHANDLETO_H
 
+#include <quorel/sal/AtomicCounter.h>
 #include <quorel/util/ADeallocatorOf.h>
 #include <quorel/util/ARefCounted.h>
 #include <quorel/util/Exception.h>
@@ -20,7 +21,7 @@ namespace util {
 //
 // Dereferencing an empty handle throws NULLDereferenceException
 // "this handle does not contain a valid object".
-template <class T, class Counter, class Deallocator = ADeallocatorOf<T>>
+template <class T, class Counter = sal::AtomicCounter, class Deallocator = ADeallocatorOf<T>>
 class AHandleTo {
  public:
   typedef ARefCounted<T, Counter, Deallocator> Holder;

@@ -1,7 +1,7 @@
 // Blob: the public value forwarding to impl::Blob.
 #include <quorel/util/Blob.h>
 
-#include "impl/Blob.inl"
+#include <quorel/util/impl/Blob.inl>
 
 namespace quorel {
 namespace util {

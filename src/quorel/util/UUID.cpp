@@ -1,7 +1,7 @@
 // UUID, forwarding to the platform layer.
 #include <quorel/util/UUID.h>
 
-#include "../sal/sys/uuid.inl"
+#include <quorel/sal/sys/uuid.inl>
 
 namespace quorel {
 namespace util {

@@ -1,5 +1,5 @@
 // The text functions and the instantiations the library offers.
-#include "str.inl"
+#include <quorel/util/str.inl>
 
 namespace quorel {
 namespace util {

@@ -8,10 +8,12 @@ namespace quorel {
 namespace sal {
 namespace exec {
 
-// Execution: threads, processes, applications.
+// Execution: threads, processes, applications. Every class of this family
+// can also be made from a caught platform failure, copying all its fields.
 class Exception : public sal::Exception {
  public:
   using sal::Exception::Exception;
+  explicit Exception(const sys::Exception& cause) : sal::Exception(cause) {}
   ~Exception() override;
 };
 

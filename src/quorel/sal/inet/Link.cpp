@@ -6,7 +6,7 @@
 
 #include <quorel/util/ASimpleFinalizerOf.h>
 
-#include "impl/link.inl"
+#include <quorel/sal/inet/impl/link.inl>
 
 namespace quorel {
 namespace sal {

@@ -1,0 +1,244 @@
+// Mutex, CondVar, CVOneShot and TSDPair: cross-thread behaviour and every
+// failure of the pthread calls beneath them.
+#include <atomic>
+#include <functional>
+#include <cerrno>
+#include <stdexcept>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include <quorel/quorel.h>
+
+#include "support/expect.h"
+#include "support/fault.h"
+
+namespace quorel {
+namespace {
+
+using sal::exec::CondVar;
+using sal::exec::CVOneShot;
+using sal::exec::Mutex;
+using sal::exec::TSDPair;
+typedef util::ALockLatchFor<Mutex> Latch;
+
+// True if another thread can take the lock right now.
+template <class Lock>
+bool freeForOthers(Lock& lock) {
+  bool taken = false;
+  std::thread other([&] {
+    taken = lock.tryLock();
+    if (taken) lock.unlock();
+  });
+  other.join();
+  return taken;
+}
+
+TEST(Mutex, TryLockIsFalseWhileAnotherThreadHoldsIt) {
+  Mutex mutex;
+  EXPECT_TRUE(freeForOthers(mutex));
+  mutex.lock();
+  EXPECT_FALSE(freeForOthers(mutex));
+  mutex.unlock();
+  EXPECT_TRUE(freeForOthers(mutex));
+}
+
+TEST(Mutex, CopiesShareOneMutexThatOutlivesTheOriginal) {
+  Mutex* original = new Mutex;
+  Mutex copy(*original);
+  Mutex assigned;
+  assigned = copy;
+  original->lock();
+  EXPECT_FALSE(freeForOthers(copy));
+  original->unlock();
+  delete original;
+  assigned.lock();
+  EXPECT_FALSE(freeForOthers(copy));
+  assigned.unlock();
+}
+
+TEST(CondVar, ConditionsOnOneMutexExcludeEachOther) {
+  Mutex mutex;
+  CondVar a(mutex);
+  CondVar b = a.newSibling();
+  CondVar own;
+  Latch latch(a);
+  EXPECT_FALSE(freeForOthers(mutex));
+  EXPECT_FALSE(freeForOthers(b));
+  EXPECT_TRUE(freeForOthers(own));
+}
+
+TEST(CondVar, TimedWaitsReturnFalseOnTimeOut) {
+  CondVar cv;
+  Latch latch(cv);
+  EXPECT_FALSE(cv.waitFor(0));
+  const auto before = sal::time::milli::now();
+  EXPECT_FALSE(cv.waitFor(30));
+  EXPECT_GE(sal::time::milli::now() - before, 29);
+  EXPECT_FALSE(cv.waitUntil(sal::time::milli::now() - 1000));
+  EXPECT_FALSE(cv.waitUntil(-1500));  // before the epoch: at once
+}
+
+TEST(CondVar, SignalWakesAWaiter) {
+  CondVar cv;
+  bool ready = false;
+  std::thread producer([&] {
+    Latch latch(cv);
+    ready = true;
+    cv.signalOne();
+  });
+  {
+    Latch latch(cv);
+    while (!ready) ASSERT_TRUE(cv.waitFor(10000));
+  }
+  producer.join();
+}
+
+TEST(CondVar, VeryLongWaitsDoNotOverflowIntoThePast) {
+  CondVar cv;
+  std::atomic<bool> woken{false};
+  std::thread waiter([&] {
+    Latch latch(cv);
+    woken = cv.waitFor(~0ULL);  // "forever": woken by the signal below
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_FALSE(woken);
+  while (!woken) {
+    cv.signalAll();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  waiter.join();
+}
+
+TEST(CVOneShot, StaysTriggeredForever) {
+  CVOneShot event;
+  EXPECT_FALSE(event.waitFor(10));
+  event.trigger();
+  event.trigger();  // harmless
+  const auto before = sal::time::milli::now();
+  event.wait();
+  EXPECT_TRUE(event.waitFor(10000));
+  EXPECT_TRUE(event.waitUntil(0));
+  EXPECT_LT(sal::time::milli::now() - before, 1000);
+}
+
+TEST(CVOneShot, TriggerWakesWaitersOnOtherThreads) {
+  CVOneShot event;
+  CVOneShot copy(event);
+  std::atomic<int> woken{0};
+  std::thread a([&] { event.wait(); ++woken; });
+  std::thread b([&] { while (!copy.waitFor(10000)) {} ++woken; });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(woken, 0);
+  copy.trigger();
+  a.join();
+  b.join();
+  EXPECT_EQ(woken, 2);
+}
+
+TEST(TSDPair, ValuesArePerThread) {
+  TSDPair slot;
+  int mine = 1, theirs = 2;
+  EXPECT_EQ(slot.value(), nullptr);
+  slot.setValue(&mine);
+  const TSDPair shared(slot);
+  void* seenByOther = &mine;
+  std::thread other([&] {
+    seenByOther = shared.value();
+    slot.setValue(&theirs);
+  });
+  other.join();
+  EXPECT_EQ(seenByOther, nullptr);
+  EXPECT_EQ(shared.value(), &mine);
+}
+
+// Failure rows: each pthread call made to fail with an error number it can
+// really return.
+struct FailureRow {
+  const char* call;
+  int error;
+  const char* why;
+  const char* where;
+};
+
+void expectFailure(const FailureRow& row, const std::function<void()>& operation) {
+  SCOPED_TRACE(row.call);
+  test::fault::Injection fail(row.call, row.error);
+  auto e = QUOREL_EXPECT_THROW(operation(), sal::sys::Exception, row.why, 2, row.error);
+  ASSERT_TRUE(e);
+  EXPECT_STREQ(e->where(), row.where);
+}
+
+TEST(SyncFailures, MutexCallsThrowWithTheReturnedErrorNumber) {
+  expectFailure({"pthread_mutex_init", EAGAIN, "::pthread_mutex_init() failed",
+                 "quorel::sal::sys::exec::Mutex::Mutex()"},
+                [] { Mutex m; });
+  Mutex m;
+  expectFailure({"pthread_mutex_lock", EDEADLK, "::pthread_mutex_lock() failed",
+                 "void quorel::sal::sys::exec::Mutex::lock()"},
+                [&] { m.lock(); });
+  expectFailure({"pthread_mutex_trylock", EINVAL, "::pthread_mutex_trylock() failed",
+                 "bool quorel::sal::sys::exec::Mutex::tryLock()"},
+                [&] { m.tryLock(); });
+  m.lock();
+  expectFailure({"pthread_mutex_unlock", EPERM, "::pthread_mutex_unlock() failed",
+                 "void quorel::sal::sys::exec::Mutex::unlock()"},
+                [&] { m.unlock(); });
+  m.unlock();
+  test::fault::Injection busy("pthread_mutex_trylock", EBUSY);
+  EXPECT_FALSE(m.tryLock());
+}
+
+TEST(SyncFailures, ConditionCallsThrowWithTheReturnedErrorNumber) {
+  expectFailure({"pthread_cond_init", ENOMEM, "::pthread_cond_init() failed",
+                 "quorel::sal::sys::exec::CondVar::CondVar()"},
+                [] { CondVar cv; });
+  CondVar cv;
+  expectFailure({"pthread_cond_wait", EINVAL, "::pthread_cond_wait() failed",
+                 "void quorel::sal::sys::exec::CondVar::wait(quorel::sal::sys::exec::Mutex&)"},
+                [&] {
+                  Latch latch(cv);
+                  cv.wait();
+                });
+  EXPECT_TRUE(freeForOthers(cv));  // the latch let go when the wait threw
+  expectFailure({"pthread_cond_timedwait", EINVAL, "::pthread_cond_timedwait() failed",
+                 "bool quorel::sal::sys::exec::CondVar::waitUntil(quorel::sal::time::absolute, "
+                 "quorel::sal::sys::exec::Mutex&)"},
+                [&] {
+                  Latch latch(cv);
+                  cv.waitFor(1000);
+                });
+  expectFailure({"pthread_cond_signal", EINVAL, "::pthread_cond_signal() failed",
+                 "void quorel::sal::sys::exec::CondVar::signalOne()"},
+                [&] { cv.signalOne(); });
+  expectFailure({"pthread_cond_broadcast", EINVAL, "::pthread_cond_broadcast() failed",
+                 "void quorel::sal::sys::exec::CondVar::signalAll()"},
+                [&] { cv.signalAll(); });
+  expectFailure({"pthread_cond_init", EAGAIN, "::pthread_cond_init() failed",
+                 "quorel::sal::sys::exec::CondVar::CondVar()"},
+                [] { CVOneShot event; });
+}
+
+TEST(SyncFailures, KeyCallsThrowWithTheReturnedErrorNumber) {
+  expectFailure({"pthread_key_create", EAGAIN, "::pthread_key_create() failed",
+                 "quorel::sal::sys::exec::TSDPair::TSDPair()"},
+                [] { TSDPair slot; });
+  TSDPair slot;
+  int value = 0;
+  expectFailure({"pthread_setspecific", ENOMEM, "::pthread_setspecific() failed",
+                 "void quorel::sal::sys::exec::TSDPair::setValue(void*)"},
+                [&] { slot.setValue(&value); });
+}
+
+TEST(SyncFailures, ExecExceptionsWrapAPlatformFailure) {
+  const sal::sys::Exception cause("f()", "::pthread_mutex_lock() failed", sal::i::err::domain::kSystemCall,
+                                  EDEADLK, "sal/x.inl", 3, "");
+  const sal::exec::SyncAcquireException e(cause);
+  EXPECT_EQ(e.why(), cause.why());
+  EXPECT_EQ(e.code(), EDEADLK);
+  EXPECT_EQ(e.line(), 3);
+  EXPECT_EQ(e.asString().rfind("quorel::sal::exec::SyncAcquireException: where='f() (3@sal/x.inl)'", 0), 0u);
+}
+
+}  // namespace
+}  // namespace quorel

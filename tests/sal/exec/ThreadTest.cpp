@@ -1,0 +1,181 @@
+// Threads: the parked start, waits, exits and exceptions, stack size,
+// scheduling, processor binding and the failures of thread creation.
+#include <pthread.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <functional>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <quorel/quorel.h>
+
+#include "support/expect.h"
+#include "support/fault.h"
+#include "support/process.h"
+
+namespace quorel {
+namespace {
+
+using sal::exec::CVOneShot;
+using sal::exec::TaskHandle;
+using sal::exec::Thread;
+
+// A task that runs a function.
+class Lambda : public sal::exec::i::Task {
+ public:
+  explicit Lambda(std::function<int()> f) : f_(std::move(f)) {}
+  int run() override { return f_(); }
+
+ private:
+  std::function<int()> f_;
+};
+
+TaskHandle task(std::function<int()> f) { return TaskHandle(new Lambda(std::move(f))); }
+
+TEST(Thread, ParkedThreadRunsItsTaskOnlyAfterStart) {
+  std::atomic<bool> ran{false};
+  Thread thread(task([&] { ran = true; return 0; }), 0, 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_FALSE(ran);
+  EXPECT_FALSE(thread.waitFor(0));
+  thread.start().wait();
+  EXPECT_TRUE(ran);
+  EXPECT_TRUE(thread.waitFor(0));
+}
+
+TEST(Thread, WaitsTimeOutWhileTheTaskRuns) {
+  CVOneShot gate;
+  Thread thread = Thread::wire(task([gate]() mutable { gate.wait(); return 0; }), 0, 0);
+  thread.start();
+  EXPECT_FALSE(thread.waitFor(0));
+  EXPECT_FALSE(thread.waitFor(20));
+  EXPECT_FALSE(thread.waitUntil(sal::time::milli::now() + 20));
+  gate.trigger();
+  EXPECT_TRUE(thread.waitUntil(sal::time::milli::now() + 10000));
+}
+
+int functionTask() { return 7; }
+
+TEST(Thread, FinishesAndWakesEveryWaiterHoweverTheTaskEnds) {
+  const std::vector<std::function<int()>> endings{
+      [] { return 1; },
+      [] () -> int { throw std::runtime_error("task failed"); },
+      [] () -> int { throw sal::sys::Exception("f()", "failed", sal::i::err::domain::kSystemCall, 5, "f", 1, ""); },
+      [] () -> int { Thread::exit(); },
+      [] () -> int { throw 42; },
+  };
+  for (size_t i = 0; i < endings.size(); ++i) {
+    CVOneShot gate;
+    const std::function<int()> ending = endings[i];
+    Thread thread(task([gate, ending]() mutable { gate.wait(); return ending(); }), 0, 0);
+    Thread copy(thread);
+    std::atomic<int> woken{0};
+    std::vector<std::thread> waiters;
+    for (int w = 0; w < 3; ++w) {
+      waiters.emplace_back([copy, &woken]() mutable {
+        copy.wait();
+        ++woken;
+      });
+    }
+    thread.start();
+    gate.trigger();
+    for (auto& w : waiters) w.join();
+    EXPECT_EQ(woken, 3) << i;
+    EXPECT_TRUE(thread.waitFor(0)) << i;
+  }
+  Thread plain(TaskHandle(new sal::exec::FunctionDispatchTask(functionTask)), 0, 0);
+  EXPECT_TRUE(plain.start().waitFor(10000));
+}
+
+TEST(Thread, SmallStacksAreRaisedTo16KiB) {
+  for (unsigned int requested : {0u, 100u, 16384u, 1u << 20}) {
+    size_t size = 0;
+    Thread(task([&] {
+             pthread_attr_t attr;
+             ::pthread_getattr_np(::pthread_self(), &attr);
+             ::pthread_attr_getstacksize(&attr, &size);
+             ::pthread_attr_destroy(&attr);
+             return 0;
+           }),
+           requested, 0)
+        .start()
+        .wait();
+    EXPECT_EQ(size, requested < 16384 ? 16384u : requested) << requested;
+  }
+}
+
+TEST(Thread, PriorityAboveTheProcessUsesRoundRobin) {
+  if (!sal::sys::exec::thr::init || sal::sys::exec::thr::policy != SCHED_OTHER) {
+    GTEST_SKIP() << "the process is not an ordinary SCHED_OTHER process";
+  }
+  int policy = -1;
+  sched_param param{};
+  try {
+    Thread(task([&] { return ::pthread_getschedparam(::pthread_self(), &policy, &param); }), 0, 2).start().wait();
+  } catch (const sal::sys::Exception& e) {
+    if (e.code() == EPERM) GTEST_SKIP() << "real-time scheduling is refused here: " << e.asSimpleString();
+    throw;
+  }
+  EXPECT_EQ(policy, SCHED_RR);
+  EXPECT_EQ(param.sched_priority, ::sched_get_priority_max(SCHED_RR));
+}
+
+TEST(Thread, BindsTheCallingThreadToOneProcessor) {
+  cpu_set_t before, after, outOfRange;
+  Thread(task([&] {
+           ::sched_getaffinity(0, sizeof before, &before);
+           Thread::bindToCPU(1024);  // no effect, no error
+           ::sched_getaffinity(0, sizeof outOfRange, &outOfRange);
+           Thread::bindToCPU(0);
+           ::sched_getaffinity(0, sizeof after, &after);
+           return 0;
+         }),
+         0, 0)
+      .start()
+      .wait();
+  EXPECT_TRUE(CPU_EQUAL(&before, &outOfRange));
+  EXPECT_EQ(CPU_COUNT(&after), 1);
+  EXPECT_TRUE(CPU_ISSET(0, &after));
+  EXPECT_EQ(Thread::selfID(), ::getpid());
+}
+
+TEST(Thread, EmptyThreadThrowsTheHandleError) {
+  Thread empty;
+  QUOREL_EXPECT_THROW(empty.start(), NULLDereferenceException, "this handle does not contain a valid object", 0, 0);
+}
+
+TEST(ThreadFailures, CreationCallsThrowAndLeaveNothingBehind) {
+  const char* kWhere = "void quorel::sal::sys::exec::thr::boot(void (*)(void*), void*, size_t, int)";
+  const struct {
+    const char* call;
+    int error;
+    const char* why;
+  } rows[] = {
+      {"pthread_attr_init", ENOMEM, "::pthread_attr_init() failed"},
+      {"pthread_attr_setdetachstate", EINVAL, "::pthread_attr_setdetachstate() failed"},
+      {"pthread_attr_setstacksize", EINVAL, "::pthread_attr_setstacksize() failed"},
+      {"pthread_create", EAGAIN, "::pthread_create() failed"},
+  };
+  ASSERT_TRUE(test::eventually([] { return test::threadCount() == 1; })) << "other threads are still running";
+  std::atomic<bool> ran{false};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.call);
+    test::fault::Injection fail(row.call, row.error);
+    auto e = QUOREL_EXPECT_THROW(Thread(task([&] { ran = true; return 0; }), 0, 0), sal::sys::Exception, row.why,
+                                 2, row.error);
+    ASSERT_TRUE(e);
+    EXPECT_STREQ(e->where(), kWhere);
+    EXPECT_STREQ(e->file(), "sal/sys/exec/thr.inl");
+    EXPECT_EQ(test::threadCount(), 1);
+  }
+  EXPECT_FALSE(ran);
+}
+
+}  // namespace
+}  // namespace quorel
