@@ -21,10 +21,15 @@ bool fromLibrary(void* caller) {
   return std::strstr(info.dli_fname, "libquorel.so") != nullptr;
 }
 
-Point& find(const char* function) {
+Point* lookup(const char* function) {
   for (Point* p = head; p != nullptr; p = p->next) {
-    if (std::strcmp(p->name(), function) == 0) return *p;
+    if (std::strcmp(p->name(), function) == 0) return p;
   }
+  return nullptr;
+}
+
+Point& find(const char* function) {
+  if (Point* p = lookup(function)) return *p;
   throw std::invalid_argument(std::string("no fault injection point for ") + function +
                               " (add it to tests/support/interpose.cpp)");
 }
@@ -80,6 +85,8 @@ void Point::disarm() {
   skip_.store(0);
   standIn_.store(nullptr);
 }
+
+bool available(const char* function) { return lookup(function) != nullptr; }
 
 void inject(const char* function, int error, int nth, int times) {
   find(function).arm(error, nth, times);

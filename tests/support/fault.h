@@ -56,6 +56,9 @@ struct Registration {
   explicit Registration(Point& point);
 };
 
+// True when function can be made to fail in this build.
+bool available(const char* function);
+
 // Makes the nth call of function from now on (1 = the next) and the
 // following times-1 calls fail with error. Throws std::invalid_argument for a
 // function that is not interposed.
@@ -98,6 +101,12 @@ class StandIn {
 }  // namespace fault
 }  // namespace test
 }  // namespace quorel
+
+// Skips the current test when function cannot be interposed in this build.
+#define QUOREL_REQUIRE_FAULT_POINT(function)                                                  \
+  if (!::quorel::test::fault::available(function))                                           \
+  GTEST_SKIP() << (function) << " cannot be made to fail in this build (ThreadSanitizer "    \
+               << "calls it while starting, so the test program cannot define it)"
 
 // Defines an interposing definition of a libc function:
 //   QUOREL_INTERPOSE(int, gettimeofday, (timeval* tv, void* tz), (tv, tz), true,

@@ -170,6 +170,7 @@ void expectFailure(const FailureRow& row, const std::function<void()>& operation
 }
 
 TEST(SyncFailures, MutexCallsThrowWithTheReturnedErrorNumber) {
+  QUOREL_REQUIRE_FAULT_POINT("pthread_mutex_lock");
   expectFailure({"pthread_mutex_init", EAGAIN, "::pthread_mutex_init() failed",
                  "quorel::sal::sys::exec::Mutex::Mutex()"},
                 [] { Mutex m; });
@@ -190,6 +191,7 @@ TEST(SyncFailures, MutexCallsThrowWithTheReturnedErrorNumber) {
 }
 
 TEST(SyncFailures, ConditionCallsThrowWithTheReturnedErrorNumber) {
+  QUOREL_REQUIRE_FAULT_POINT("pthread_cond_wait");
   expectFailure({"pthread_cond_init", ENOMEM, "::pthread_cond_init() failed",
                  "quorel::sal::sys::exec::CondVar::CondVar()"},
                 [] { CondVar cv; });
@@ -220,6 +222,7 @@ TEST(SyncFailures, ConditionCallsThrowWithTheReturnedErrorNumber) {
 }
 
 TEST(SyncFailures, KeyCallsThrowWithTheReturnedErrorNumber) {
+  QUOREL_REQUIRE_FAULT_POINT("pthread_key_create");
   expectFailure({"pthread_key_create", EAGAIN, "::pthread_key_create() failed",
                  "quorel::sal::sys::exec::TSDPair::TSDPair()"},
                 [] { TSDPair slot; });

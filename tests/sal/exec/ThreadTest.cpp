@@ -106,7 +106,12 @@ TEST(Thread, SmallStacksAreRaisedTo16KiB) {
            requested, 0)
         .start()
         .wait();
-    EXPECT_EQ(size, requested < 16384 ? 16384u : requested) << requested;
+    const size_t expected = requested < 16384 ? 16384u : requested;
+#ifdef __SANITIZE_THREAD__
+    EXPECT_GE(size, expected) << requested;  // ThreadSanitizer enlarges small stacks itself
+#else
+    EXPECT_EQ(size, expected) << requested;
+#endif
   }
 }
 
@@ -151,6 +156,7 @@ TEST(Thread, EmptyThreadThrowsTheHandleError) {
 }
 
 TEST(ThreadFailures, CreationCallsThrowAndLeaveNothingBehind) {
+  QUOREL_REQUIRE_FAULT_POINT("pthread_create");
   const char* kWhere = "void quorel::sal::sys::exec::thr::boot(void (*)(void*), void*, size_t, int)";
   const struct {
     const char* call;
