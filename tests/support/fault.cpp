@@ -47,7 +47,7 @@ void* Point::standIn(void* caller) const {
 }
 
 bool Point::fires(void* caller, int& error) {
-  if (remaining_.load() <= 0 || !fromLibrary(caller)) return false;
+  if (remaining_.load() <= 0 || (!anyCaller_.load() && !fromLibrary(caller))) return false;
   calls_.fetch_add(1);
   for (int s = skip_.load(); s > 0;) {
     if (skip_.compare_exchange_weak(s, s - 1)) return false;
@@ -70,8 +70,9 @@ void* Point::real() {
   return f;
 }
 
-void Point::arm(int error, int nth, int times) {
+void Point::arm(int error, int nth, int times, Caller caller) {
   remaining_.store(0);
+  anyCaller_.store(caller == Caller::kAny);
   calls_.store(0);
   error_.store(error);
   skip_.store(nth > 1 ? nth - 1 : 0);
@@ -88,8 +89,8 @@ void Point::disarm() {
 
 bool available(const char* function) { return lookup(function) != nullptr; }
 
-void inject(const char* function, int error, int nth, int times) {
-  find(function).arm(error, nth, times);
+void inject(const char* function, int error, int nth, int times, Caller caller) {
+  find(function).arm(error, nth, times, caller);
 }
 
 void replace(const char* function, void* standIn) { find(function).replace(standIn); }

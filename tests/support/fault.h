@@ -4,7 +4,10 @@
 // the dynamic linker binds libquorel.so's calls to those definitions, which
 // either fail as a test asked or pass the call on to the real function.
 // Only calls whose caller lies in libquorel.so are counted and failed, so
-// GoogleTest and the test's own calls are never disturbed.
+// GoogleTest and the test's own calls are never disturbed. Calls that the
+// library inlines into its callers (a Mutex's pthread_mutex_lock) come from
+// the test program itself: inject those with Caller::kAny, in a single-
+// threaded stretch of the test.
 //
 //   quorel::test::fault::Injection fail("valloc", ENOMEM);      // the next call fails
 //   quorel::test::fault::Injection third("read", EIO, 3, 2);    // calls 3 and 4 fail
@@ -18,6 +21,9 @@
 namespace quorel {
 namespace test {
 namespace fault {
+
+// Whose calls an injection counts.
+enum class Caller { kLibrary, kAny };
 
 // One interposed function. Constant-initialised, so it is usable (passing
 // calls through) even before the test program's static initialisation.
@@ -33,7 +39,7 @@ class Point {
   // The next definition of the function after the test executable (libc's).
   void* real();
 
-  void arm(int error, int nth, int times);
+  void arm(int error, int nth, int times, Caller caller);
   void replace(void* standIn);
   void disarm();
   // Calls from libquorel.so seen while the point was armed.
@@ -47,6 +53,7 @@ class Point {
   std::atomic<int> remaining_{0};
   std::atomic<int> error_{0};
   std::atomic<int> calls_{0};
+  std::atomic<bool> anyCaller_{false};
   std::atomic<void*> standIn_{nullptr};
   std::atomic<void*> real_{nullptr};
 };
@@ -62,7 +69,7 @@ bool available(const char* function);
 // Makes the nth call of function from now on (1 = the next) and the
 // following times-1 calls fail with error. Throws std::invalid_argument for a
 // function that is not interposed.
-void inject(const char* function, int error, int nth = 1, int times = 1);
+void inject(const char* function, int error, int nth = 1, int times = 1, Caller caller = Caller::kLibrary);
 // Routes calls of function to standIn (a pointer to a function of the same
 // type) until cleared.
 void replace(const char* function, void* standIn);
@@ -75,8 +82,9 @@ int calls(const char* function);
 // Arms a fault for the lifetime of a scope.
 class Injection {
  public:
-  Injection(const char* function, int error, int nth = 1, int times = 1) : function_(function) {
-    inject(function, error, nth, times);
+  Injection(const char* function, int error, int nth = 1, int times = 1, Caller caller = Caller::kLibrary)
+      : function_(function) {
+    inject(function, error, nth, times, caller);
   }
   ~Injection() { clear(function_); }
   Injection(const Injection&) = delete;

@@ -43,9 +43,11 @@ void AHandleTo<T, Counter, Deallocator>::release() {
   if (holder != nullptr && holder->detach() == 0) delete holder;
 }
 
+// The accessors are always inlined: a dereference costs two loads and a test,
+// the throw being out of line.
 template <class T, class Counter, class Deallocator>
-T* AHandleTo<T, Counter, Deallocator>::operator->() {
-  if (holder_ == nullptr || holder_->object() == nullptr) {
+inline __attribute__((always_inline)) T* AHandleTo<T, Counter, Deallocator>::operator->() {
+  if (__builtin_expect(holder_ == nullptr || holder_->object() == nullptr, 0)) {
     QUOREL_THROW(NULLDereferenceException)("this handle does not contain a valid object",
                                            sal::i::err::domain::kApplication, 0);
   }
@@ -53,8 +55,8 @@ T* AHandleTo<T, Counter, Deallocator>::operator->() {
 }
 
 template <class T, class Counter, class Deallocator>
-const T* AHandleTo<T, Counter, Deallocator>::operator->() const {
-  if (holder_ == nullptr || holder_->object() == nullptr) {
+inline __attribute__((always_inline)) const T* AHandleTo<T, Counter, Deallocator>::operator->() const {
+  if (__builtin_expect(holder_ == nullptr || holder_->object() == nullptr, 0)) {
     QUOREL_THROW(NULLDereferenceException)("this handle does not contain a valid object",
                                            sal::i::err::domain::kApplication, 0);
   }
@@ -62,8 +64,8 @@ const T* AHandleTo<T, Counter, Deallocator>::operator->() const {
 }
 
 template <class T, class Counter, class Deallocator>
-const T& AHandleTo<T, Counter, Deallocator>::reference() const {
-  if (holder_ == nullptr || holder_->object() == nullptr) {
+inline __attribute__((always_inline)) const T& AHandleTo<T, Counter, Deallocator>::reference() const {
+  if (__builtin_expect(holder_ == nullptr || holder_->object() == nullptr, 0)) {
     QUOREL_THROW(NULLDereferenceException)("this handle does not contain a valid object",
                                            sal::i::err::domain::kApplication, 0);
   }

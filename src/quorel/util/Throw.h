@@ -33,15 +33,21 @@ inline const char* relative(const char* path) noexcept {
 }
 
 // A captured call site that builds an exception of class E from the rest of
-// the exception's fields.
+// the exception's fields. Building is kept out of line and marked cold, so a
+// throw costs the code that calls it only a few instructions and leaves small
+// hot functions (a handle's operator->, a mutex's lock) inlinable.
 template <class E>
 struct Thrower {
   const char* where;
   const char* file;
   int line;
 
-  E operator()(const std::string& why, sal::i::err::domain::code domain, int code,
-               const std::string& auxData = std::string()) const {
+  __attribute__((noinline, cold)) E operator()(const char* why, sal::i::err::domain::code domain,
+                                               int code) const {
+    return E(where, why, domain, code, file, line, std::string());
+  }
+  __attribute__((noinline, cold)) E operator()(const std::string& why, sal::i::err::domain::code domain,
+                                               int code, const std::string& auxData = std::string()) const {
     return E(where, why, domain, code, file, line, auxData);
   }
 };

@@ -26,11 +26,11 @@ class Mutex {
   virtual ~Mutex();
 
   // Blocks until the mutex is taken.
-  void lock();
-  void unlock();
+  void lock() { handle_->lock(); }
+  void unlock() { handle_->unlock(); }
   // True when taken; false, without blocking or throwing, when another thread
   // holds it.
-  bool tryLock();
+  bool tryLock() { return handle_->tryLock(); }
 
   // The shared implementation (the conditions built on this mutex wait with it).
   Handle& impl() { return handle_; }

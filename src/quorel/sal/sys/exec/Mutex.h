@@ -36,4 +36,6 @@ class Mutex {
 }  // namespace sal
 }  // namespace quorel
 
+#include <quorel/sal/sys/exec/Mutex.inl>
+
 #endif
