@@ -150,6 +150,37 @@ TEST(Thread, BindsTheCallingThreadToOneProcessor) {
   EXPECT_EQ(Thread::selfID(), ::getpid());
 }
 
+TEST(Thread, BindsTheProcessToASetOfProcessors) {
+  cpu_set_t original, bound;
+  ASSERT_EQ(::sched_getaffinity(0, sizeof original, &original), 0);
+  sal::sys::exec::thr::bindProcessTo({0});
+  ::sched_getaffinity(0, sizeof bound, &bound);
+  ::sched_setaffinity(0, sizeof original, &original);
+  EXPECT_EQ(CPU_COUNT(&bound), 1);
+  EXPECT_TRUE(CPU_ISSET(0, &bound));
+}
+
+TEST(Thread, SetPriorityMovesTheCallingThread) {
+  if (!sal::sys::exec::thr::init || sal::sys::exec::thr::policy != SCHED_OTHER) {
+    GTEST_SKIP() << "the process is not an ordinary SCHED_OTHER process";
+  }
+  int raised = -1, lowered = -1;
+  sched_param param{};
+  Thread(task([&] {
+           Thread::setPriority(1);
+           ::pthread_getschedparam(::pthread_self(), &raised, &param);
+           Thread::setPriority(0);
+           ::pthread_getschedparam(::pthread_self(), &lowered, &param);
+           return 0;
+         }),
+         0, 0)
+      .start()
+      .wait();
+  EXPECT_EQ(lowered, SCHED_OTHER);
+  if (raised == SCHED_OTHER) GTEST_SKIP() << "real-time scheduling is refused here (setPriority ignores that)";
+  EXPECT_EQ(raised, SCHED_RR);
+}
+
 TEST(Thread, EmptyThreadThrowsTheHandleError) {
   Thread empty;
   QUOREL_EXPECT_THROW(empty.start(), NULLDereferenceException, "this handle does not contain a valid object", 0, 0);
