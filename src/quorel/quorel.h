@@ -44,6 +44,14 @@
 #include <quorel/sal/fs/Exception.h>
 #include <quorel/sal/inet/Exception.h>
 #include <quorel/sal/inet/Link.h>
+#include <quorel/sal/inet/Address.h>
+#include <quorel/sal/inet/impl/addr.h>
+#include <quorel/sal/sys/io/BSDSocket.h>
+#include <quorel/sal/sys/io/endpoint.h>
+#include <quorel/sal/io/AINETAddress.h>
+#include <quorel/sal/io/ASocketEndpoint.h>
+#include <quorel/sal/io/TCPSocket.h>
+#include <quorel/sal/io/UDPSocket.h>
 #include <quorel/sal/io/Exception.h>
 #include <quorel/sal/xio/Exception.h>
 #include <quorel/sal/xio/scsi/sense.h>
