@@ -1,6 +1,12 @@
 // The libc functions that tests can make fail when libquorel.so calls them.
 #include <errno.h>
+#include <fcntl.h>
 #include <ifaddrs.h>
+#include <netdb.h>
+#include <stdarg.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <pthread.h>
 #include <stdlib.h>
 #include <sys/time.h>
@@ -18,6 +24,45 @@ QUOREL_INTERPOSE(int, clock_gettime, (clockid_t clock, struct timespec* ts), (cl
 
 QUOREL_INTERPOSE(int, getifaddrs, (struct ifaddrs** entries), (entries), true,
                  { errno = error; return -1; })
+
+QUOREL_INTERPOSE(int, socket, (int family, int type, int protocol), (family, type, protocol), true,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(int, setsockopt, (int fd, int level, int name, const void* value, socklen_t length),
+                 (fd, level, name, value, length), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, getsockopt, (int fd, int level, int name, void* value, socklen_t* length),
+                 (fd, level, name, value, length), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, connect, (int fd, const struct sockaddr* address, socklen_t length), (fd, address, length),
+                 false, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, select, (int n, fd_set* r, fd_set* w, fd_set* x, struct timeval* t), (n, r, w, x, t), false,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(int, gethostname, (char* name, size_t length), (name, length), true,
+                 { errno = error; return -1; })
+// The resolver reports failure by returning its EAI_* code.
+QUOREL_INTERPOSE(int, getaddrinfo,
+                 (const char* node, const char* service, const struct addrinfo* hints, struct addrinfo** results),
+                 (node, service, hints, results), false, { return error; })
+QUOREL_INTERPOSE(int, getnameinfo,
+                 (const struct sockaddr* address, socklen_t length, char* host, socklen_t hostLength, char* service,
+                  socklen_t serviceLength, int flags),
+                 (address, length, host, hostLength, service, serviceLength, flags), false, { return error; })
+
+// fcntl is variadic: its optional argument is read as a long and passed on.
+namespace {
+::quorel::test::fault::Point point_fcntl("fcntl");
+::quorel::test::fault::Registration registration_fcntl(point_fcntl);
+}  // namespace
+extern "C" int fcntl(int fd, int command, ...) {
+  va_list arguments;
+  va_start(arguments, command);
+  const long argument = va_arg(arguments, long);
+  va_end(arguments);
+  int error = 0;
+  if (point_fcntl.fires(__builtin_return_address(0), error)) {
+    errno = error;
+    return -1;
+  }
+  return reinterpret_cast<int (*)(int, int, ...)>(point_fcntl.real())(fd, command, argument);
+}
 
 // ThreadSanitizer calls several of these while it starts, before it can run
 // instrumented code: a definition here would take those calls. Its build

@@ -1,0 +1,245 @@
+// The BSD socket layer, socket addresses and TCP sockets, on loopback only.
+#include <netdb.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <chrono>
+#include <list>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <quorel/quorel.h>
+
+#include "support/expect.h"
+#include "support/fault.h"
+#include "support/loopback.h"
+#include "support/process.h"
+
+namespace quorel {
+namespace {
+
+using namespace sal::io;
+using test::Connection;
+
+long long millisecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+}
+
+TEST(TCPSocket, ExchangesBytesBothWaysOnBothFamilies) {
+  for (int family : {AF_INET, AF_INET6}) {
+    Connection c(family);
+    EXPECT_EQ(c.client.put("ping", 4), 4);
+    char buffer[16] = {};
+    EXPECT_EQ(c.accepted.get(buffer, sizeof buffer, 5000), 4);
+    EXPECT_STREQ(buffer, "ping");
+    EXPECT_EQ(c.accepted.put("pong!", 5, 5000), 5);
+    EXPECT_EQ(c.client.get(buffer, sizeof buffer), 5);
+    EXPECT_EQ(c.client.peerAddress().port(), c.server.selfAddress().port());
+    EXPECT_EQ(c.accepted.peerAddress().numericalName(), test::loopbackHost(family));
+    EXPECT_EQ(c.client.selfAddress().isIPv6(), family == AF_INET6);
+  }
+}
+
+TEST(TCPSocket, GetReturnsZeroOnceThePeerClosedAndClosingTwiceIsHarmless) {
+  Connection c;
+  c.client.close();
+  c.client.close();
+  c.client.close(false);
+  char buffer[8];
+  EXPECT_EQ(c.accepted.get(buffer, sizeof buffer, 5000), 0);
+  EXPECT_EQ(c.client.id(), ~0ULL);
+}
+
+TEST(TCPSocket, TimedReceiveReturnsMinusOneOrThrowsAndKeepsTheMode) {
+  Connection c;
+  char buffer[8];
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(c.accepted.receive(buffer, sizeof buffer, 100, true), -1);
+  EXPECT_GE(millisecondsSince(start), 90);
+  EXPECT_FALSE(test::isNonBlocking(c.accepted.id()));
+  auto e = QUOREL_EXPECT_THROW(c.accepted.get(buffer, sizeof buffer, 50), sal::io::TimeoutException,
+                               "::select() timed-out for ::recv()", 2, ETIMEDOUT);
+  ASSERT_TRUE(e);
+  EXPECT_STREQ(e->where(), "quorel::sal::sys::io::socket::size quorel::sal::sys::io::BSDSocket::receive(void*, size_t, int, bool)");
+  EXPECT_STREQ(e->file(), "sal/sys/io/BSDSocket.inl");
+  EXPECT_FALSE(test::isNonBlocking(c.accepted.id()));
+  c.accepted.beNonblocking();
+  EXPECT_EQ(c.accepted.get(buffer, sizeof buffer), -1);  // nothing to read: -1 at once
+  EXPECT_EQ(c.accepted.receive(buffer, sizeof buffer, 20, true), -1);
+  EXPECT_TRUE(test::isNonBlocking(c.accepted.id()));
+}
+
+TEST(TCPSocket, TimedSendThrowsWhenTheBufferStaysFull) {
+  Connection c;
+  c.client.beNonblocking();
+  std::vector<char> chunk(65536, 'x');
+  int filled = 0;
+  for (int i = 0; i < 1000 && c.client.put(chunk.data(), static_cast<int>(chunk.size())) > 0; ++i) ++filled;
+  ASSERT_LT(filled, 1000) << "the send buffer never filled";
+  EXPECT_EQ(c.client.send(chunk.data(), 1, 20, true), -1);
+  c.client.beBlocking();
+  QUOREL_EXPECT_THROW(c.client.put(chunk.data(), 1, 20), sal::io::TimeoutException, "::select() timed-out for ::send()",
+                      2, ETIMEDOUT);
+  EXPECT_FALSE(test::isNonBlocking(c.client.id()));
+}
+
+TEST(TCPSocket, AcceptTimesOutAndAcceptedSocketsAreBlockingAndCloseOnExec) {
+  TCPServerSocket server(test::loopbackBinding(AF_INET), false);
+  const auto start = std::chrono::steady_clock::now();
+  QUOREL_EXPECT_THROW(server.accept(300), sal::io::TimeoutException, "::select() timed-out for ::accept()", 2,
+                      ETIMEDOUT);
+  EXPECT_GE(millisecondsSince(start), 290);
+  server.beNonblocking();
+  TCPClientSocket client(TCPConnectingAddress("127.0.0.1", server.selfAddress().port()), true, false);
+  AINETAddress peer = server.newPeerAddressForAccept();
+  ATCPIOSocket accepted = server.accept(peer, 5000);
+  EXPECT_TRUE(test::isNonBlocking(server.id()));
+  EXPECT_FALSE(test::isNonBlocking(accepted.id()));
+  EXPECT_TRUE(test::isCloseOnExec(accepted.id()));
+  EXPECT_TRUE(test::isCloseOnExec(client.id()));
+  EXPECT_EQ(peer.port(), client.selfAddress().port());
+}
+
+TEST(TCPSocket, RefusedConnectionsThrowAndLeaveNoDescriptor) {
+  const unsigned short port = test::closedPort();
+  const int descriptors = test::openDescriptorCount();
+  TCPClientSocket client(TCPConnectingAddress("127.0.0.1", port), false, false);
+  auto e = QUOREL_EXPECT_THROW(client.connectTo(TCPConnectingAddress("127.0.0.1", port), 1000), sal::sys::Exception,
+                               "non-blocking ::connect() failed", 2, ECONNREFUSED);
+  EXPECT_FALSE(test::isNonBlocking(client.id()));
+  client.close();
+  TCPClientSocket blocking(TCPConnectingAddress("127.0.0.1", port), false, false);
+  QUOREL_EXPECT_THROW(blocking.connectTo(TCPConnectingAddress("127.0.0.1", port), 0), sal::sys::Exception,
+                      "::connect() failed", 2, ECONNREFUSED);
+  blocking.close();
+  QUOREL_EXPECT_THROW(TCPClientSocket(TCPConnectingAddress("127.0.0.1", port), true, false), sal::sys::Exception,
+                      "non-blocking ::connect() failed", 2, ECONNREFUSED);
+  TCPServerSocket busy(test::loopbackBinding(AF_INET), false);
+  QUOREL_EXPECT_THROW(TCPServerSocket(test::loopbackBinding(AF_INET, busy.selfAddress().port()), false),
+                      sal::sys::Exception, "::bind() failed", 2, EADDRINUSE);
+  busy.close();
+  EXPECT_EQ(test::openDescriptorCount(), descriptors);
+}
+
+TEST(TCPSocket, TwoPhaseConnectRetriesWhileNoLocalPortIsFree) {
+  TCPServerSocket server(test::loopbackBinding(AF_INET), false);
+  const TCPConnectingAddress address("127.0.0.1", server.selfAddress().port());
+  TCPClientSocket client(address, false, false);
+  test::fault::Injection busyPorts("connect", EADDRNOTAVAIL);  // the first attempt only
+  const auto start = std::chrono::steady_clock::now();
+  client.initiateConnection(address);
+  EXPECT_GE(millisecondsSince(start), 900);  // one pause before the second attempt
+  client.connectionWaitFor(5000);
+  EXPECT_FALSE(test::isNonBlocking(client.id()));
+  EXPECT_EQ(server.accept(5000).peerAddress().port(), client.selfAddress().port());
+}
+
+TEST(TCPSocket, EmptySocketsThrowTheHandleError) {
+  TCPClientSocket empty;
+  char c;
+  QUOREL_EXPECT_THROW(empty.get(&c, 1), NULLDereferenceException, "this handle does not contain a valid object", 0,
+                      0);
+}
+
+TEST(SocketAddresses, RolesChooseFamilyAndWildcard) {
+  const TCPConnectingAddress v6("::1", 80);
+  EXPECT_TRUE(v6.isIPv6());
+  EXPECT_EQ(v6.port(), 80);
+  const TCPConnectingAddress named("localhost", "80");
+  EXPECT_TRUE(named.isIPv4());
+  EXPECT_EQ(named.numericalName(), "127.0.0.1");
+  EXPECT_EQ(named.canonicalName(), "localhost");
+  const TCPBindingAddress any(8080);
+  EXPECT_EQ(any.numericalName(), "0.0.0.0");
+  EXPECT_EQ(any.port(), 8080);
+  EXPECT_EQ(any.description(), "family:AF_INET(2) type:SOCK_STREAM(1) protocol:IPPROTO_TCP(2)");
+  EXPECT_EQ(TCPBindingAddress::anyIPv6("8080").numericalName(), "::");
+  std::list<UDPBindingAddress> wildcards;
+  UDPBindingAddress::fill(wildcards, 5000);
+  ASSERT_FALSE(wildcards.empty());
+  for (const UDPBindingAddress& a : wildcards) EXPECT_EQ(a.port(), 5000);
+  const UDPPeerAddress broadcast = UDPPeerAddress::newBroadcastAddressOn(9);
+  EXPECT_EQ(broadcast.port(), 9);
+  EXPECT_EQ(broadcast.numericalName(), "255.255.255.255");
+  EXPECT_EQ(broadcast.description(), "family:AF_INET(2) type:SOCK_DGRAM(2) protocol:IPPROTO_UDP(2)");
+}
+
+TEST(SocketAddresses, ResolverResultsAndIteration) {
+  sal::sys::io::SocketAddressInfo info(nullptr, "80", AF_INET, SOCK_STREAM, IPPROTO_TCP, true);
+  sal::sys::io::SocketAddressInfo::Iterator it(info);
+  ASSERT_FALSE(it.atEnd());
+  EXPECT_EQ(sal::inet::impl::addr::str::from(*it.current()->ai_addr), "0.0.0.0");
+  while (!it.atEnd()) it.step();
+  QUOREL_EXPECT_THROW(it.step(), NULLDereferenceException, "iteration passed the end", 0, 0);
+  EXPECT_EQ(sal::sys::io::socket::describe(AF_INET6, 7, 99),
+            "family:AF_INET6(10) type:UNKNOWN(7) protocol:UNKNOWN(10)");
+  EXPECT_FALSE(sal::sys::io::socket::wouldBlock(EINTR));
+  EXPECT_TRUE(sal::sys::io::socket::wouldBlock(EINPROGRESS));
+  EXPECT_FALSE(AINETAddress::selfHostName().empty());
+}
+
+// Failure rows of the socket layer that need a failing system call.
+TEST(SocketFailures, FailedCallsThrowWithTheirMessages) {
+  const int descriptors = test::openDescriptorCount();
+  {
+    test::fault::Injection fail("socket", EMFILE);
+    QUOREL_EXPECT_THROW(TCPServerSocket(test::loopbackBinding(AF_INET), false), sal::sys::Exception,
+                        "::socket() failed", 2, EMFILE);
+  }
+  {
+    test::fault::Injection fail("fcntl", EBADF);  // the close-on-exec flag of a new socket
+    QUOREL_EXPECT_THROW(TCPServerSocket(test::loopbackBinding(AF_INET), false), sal::sys::Exception,
+                        "::fcntl() failed", 2, EBADF);
+  }
+  {
+    test::fault::Injection fail("setsockopt", ENOPROTOOPT);
+    QUOREL_EXPECT_THROW(TCPServerSocket(test::loopbackBinding(AF_INET), false), sal::sys::Exception,
+                        "::setsockopt() failed for SO_REUSEADDR", 2, ENOPROTOOPT);
+  }
+  {
+    test::fault::Injection fail("setsockopt", ENOPROTOOPT);
+    QUOREL_EXPECT_THROW(UDPSocket(test::loopbackUDPBinding(AF_INET), UDPSocket::kSend, false), sal::sys::Exception,
+                        "::setsockopt() failed for SO_BROADCAST", 2, ENOPROTOOPT);
+  }
+  EXPECT_EQ(test::openDescriptorCount(), descriptors);
+  Connection c;
+  char buffer[4];
+  {
+    test::fault::Injection fail("fcntl", EBADF);
+    QUOREL_EXPECT_THROW(c.accepted.get(buffer, 4, 10), sal::sys::Exception, "::fcntl() failed to retrieve flags", 2,
+                        EBADF);
+  }
+  {
+    test::fault::Injection fail("fcntl", EBADF, 2);
+    QUOREL_EXPECT_THROW(c.accepted.get(buffer, 4, 10), sal::sys::Exception, "::fcntl() failed to set flags", 2, EBADF);
+  }
+  {
+    test::fault::Injection fail("select", EINTR);
+    QUOREL_EXPECT_THROW(c.accepted.get(buffer, 4, 10), sal::sys::Exception, "::select() failed", 2, EINTR);
+    EXPECT_FALSE(test::isNonBlocking(c.accepted.id()));
+  }
+  {
+    test::fault::Injection fail("getsockopt", ENOBUFS);
+    TCPClientSocket client(TCPConnectingAddress("127.0.0.1", c.server.selfAddress().port()), false, false);
+    QUOREL_EXPECT_THROW(client.connectTo(TCPConnectingAddress("127.0.0.1", c.server.selfAddress().port()), 5000),
+                        sal::sys::Exception, "::getsockopt(SOL_ERROR) failed", 2, ENOBUFS);
+  }
+  {
+    test::fault::Injection fail("gethostname", EFAULT);
+    QUOREL_EXPECT_THROW(AINETAddress::selfHostName(), sal::sys::Exception, "::gethostname() failed", 2, EFAULT);
+  }
+  {
+    test::fault::Injection fail("getaddrinfo", EAI_FAIL, 1, 2);  // the numeric try and the host-name retry
+    auto e = QUOREL_EXPECT_THROW(TCPConnectingAddress("127.0.0.1", 80), sal::sys::Exception,
+                                 "::getaddrinfo(127.0.0.1) failed", 4, EAI_FAIL);
+  }
+  {
+    test::fault::Injection fail("getnameinfo", EAI_AGAIN);
+    QUOREL_EXPECT_THROW(TCPConnectingAddress("127.0.0.1", 80).canonicalName(), sal::sys::Exception,
+                        "::getnameinfo() failed to retrieve the canonical host name string", 4, EAI_AGAIN);
+  }
+}
+
+}  // namespace
+}  // namespace quorel

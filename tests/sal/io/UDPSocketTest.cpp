@@ -1,0 +1,73 @@
+// UDP sockets on loopback: peers, sender addresses, truncation, broadcast modes.
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include <quorel/quorel.h>
+
+#include "support/expect.h"
+#include "support/loopback.h"
+#include "support/process.h"
+
+namespace quorel {
+namespace {
+
+using namespace sal::io;
+
+TEST(UDPSocket, ExchangesDatagramsWithExplicitAndDefaultPeers) {
+  for (int family : {AF_INET, AF_INET6}) {
+    UDPSocket a(test::loopbackUDPBinding(family), UDPSocket::kNone, false);
+    UDPSocket b(test::loopbackUDPBinding(family), UDPSocket::kNone, false);
+    const UDPPeerAddress toB = a.newPeerAddressAt(test::loopbackHost(family), b.selfAddress().port());
+    EXPECT_EQ(a.send("hello", 5, toB), 5);
+    char buffer[16] = {};
+    UDPPeerAddress from = b.newPeerAddress();
+    EXPECT_EQ(b.receive(buffer, sizeof buffer, from, 5000, false), 5);
+    EXPECT_STREQ(buffer, "hello");
+    EXPECT_EQ(from.port(), a.selfAddress().port());
+    EXPECT_EQ(from.numericalName(), test::loopbackHost(family));
+    b.connectTo(from);
+    EXPECT_EQ(b.send("back", 4), 4);
+    EXPECT_EQ(a.receive(buffer, sizeof buffer, 5000, false), 4);
+  }
+}
+
+TEST(UDPSocket, TruncatesLongDatagramsAndTimesOut) {
+  UDPSocket a(test::loopbackUDPBinding(AF_INET), UDPSocket::kNone, false);
+  UDPSocket b(test::loopbackUDPBinding(AF_INET), UDPSocket::kNone, false);
+  const char text[] = "0123456789";
+  a.send(text, 10, a.newPeerAddressAt("127.0.0.1", b.selfAddress().port()));
+  char buffer[4];
+  EXPECT_EQ(b.receive(buffer, sizeof buffer, 5000, false), 4);
+  EXPECT_EQ(std::memcmp(buffer, "0123", 4), 0);
+  UDPPeerAddress from = b.newPeerAddress();
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(b.receive(buffer, sizeof buffer, from, 200, true), -1);  // the rest of the datagram is gone
+  EXPECT_GE(std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count(),
+            190);
+  QUOREL_EXPECT_THROW(b.receive(buffer, sizeof buffer, from, 20, false), sal::io::TimeoutException,
+                      "::select() timed-out for ::recvfrom()", 2, ETIMEDOUT);
+}
+
+TEST(UDPSocket, ReceiveModeSocketsShareAPort) {
+  UDPSocket first(test::loopbackUDPBinding(AF_INET), UDPSocket::kReceive, false);
+  const unsigned short port = first.selfAddress().port();
+  UDPSocket second(test::loopbackUDPBinding(AF_INET, port), UDPSocket::kSendAndReceive, false);
+  EXPECT_EQ(second.selfAddress().port(), port);
+  QUOREL_EXPECT_THROW(UDPSocket(test::loopbackUDPBinding(AF_INET, port), UDPSocket::kNone, false),
+                      sal::sys::Exception, "::bind() failed", 2, EADDRINUSE);
+}
+
+TEST(UDPSocket, InvalidBroadcastModeLeavesNoDescriptor) {
+  const int descriptors = test::openDescriptorCount();
+  for (int mode : {4, -1}) {
+    QUOREL_EXPECT_THROW(UDPSocket(test::loopbackUDPBinding(AF_INET), static_cast<UDPSocket::broadcast>(mode), false),
+                        sal::io::Exception, "invalid broadcast mode", 0, mode);
+  }
+  EXPECT_EQ(test::openDescriptorCount(), descriptors);
+}
+
+}  // namespace
+}  // namespace quorel
