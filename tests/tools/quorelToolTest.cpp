@@ -73,10 +73,28 @@ TEST(QuorelTool, VersionPrintsTheParsedNumber) {
   EXPECT_EQ(r.out, "quorel: invalid version '1.x' (run 'quorel help' for usage)\n");
 }
 
+TEST(QuorelTool, ResolvePrintsEachResult) {
+  const ToolRun r = run("resolve 127.0.0.1 80");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "IPv4  127.0.0.1  port 80  family:AF_INET(2) type:SOCK_STREAM(1) protocol:IPPROTO_TCP(2)\n");
+  EXPECT_NE(run("resolve ::1").out.find("IPv6  ::1  port 0"), std::string::npos);
+}
+
+TEST(QuorelTool, AddrPrintsNetworkMaskAndBroadcast) {
+  ToolRun r = run("addr 192.168.1.20/24");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out,
+            "address    192.168.1.20\nnetwork    192.168.1.0\nmask       255.255.255.0\nprefix     24\n"
+            "broadcast  192.168.1.255\n");
+  r = run("addr 2001:db8::7/64");
+  EXPECT_NE(r.out.find("broadcast  2001:db8::ffff:ffff:ffff:ffff"), std::string::npos) << r.out;
+}
+
 TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
   for (const char* args : {"explain", "explain 2", "explain two 13", "explain 2 13x", "explain 2 0x",
                            "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate",
-                           "uuid -1", "uuid many", "uuid 1 2", "version", "version 1..2"}) {
+                           "uuid -1", "uuid many", "uuid 1 2", "version", "version 1..2", "addr 10.0.0.1",
+                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;

@@ -4,6 +4,8 @@
 //   quorel clock                 the wall clock and the monotonic tick
 //   quorel uuid [N]              N new identifiers (default 1)
 //   quorel version TEXT          a dotted version number as the library reads it
+//   quorel resolve HOST [SERVICE] what the resolver makes of a host name
+//   quorel addr TEXT/PREFIX      network, mask and broadcast address of a prefix
 //
 // Exit status: 0 success, 1 a library operation failed, 2 bad usage.
 #include <cerrno>
@@ -11,6 +13,8 @@
 #include <iostream>
 #include <string>
 #include <vector>
+
+#include <sys/socket.h>
 
 #include <quorel/quorel.h>
 
@@ -24,7 +28,9 @@ const char kUsage[] =
     "                       (DOMAIN 0-6; CODE decimal, negative or 0x-prefixed hexadecimal)\n"
     "  clock                print the wall clock (micro-, milliseconds, seconds) and the tick\n"
     "  uuid [N]             print N new time-based identifiers (default 1)\n"
-    "  version TEXT         print the version number TEXT as parsed (up to four components)\n";
+    "  version TEXT         print the version number TEXT as parsed (up to four components)\n"
+    "  resolve HOST [SERVICE]  print each resolver result: family, numeric name, port, description\n"
+    "  addr TEXT/PREFIX     print network, mask, prefix length and broadcast of an IPv4 or IPv6 prefix\n";
 
 // A usage error: reported on one line, exit status 2.
 struct UsageError {
@@ -86,6 +92,45 @@ int version(const std::vector<std::string>& args) {
   return 0;
 }
 
+int resolve(const std::vector<std::string>& args) {
+  if (args.empty() || args.size() > 2) throw UsageError{"resolve takes HOST and an optional SERVICE"};
+  const char* service = args.size() == 2 ? args[1].c_str() : nullptr;
+  const quorel::sal::sys::io::SocketAddressInfo info(args[0].c_str(), service, AF_UNSPEC, SOCK_STREAM, 0, false);
+  for (quorel::sal::sys::io::SocketAddressInfo::Iterator it(info); !it.atEnd(); it.step()) {
+    const quorel::sal::io::AINETAddress address(
+        quorel::sal::io::AINETAddress::Handle(quorel::sal::io::impl::inet::newAddressFrom(*it.current())));
+    if (!address.impl()) continue;  // a family other than IPv4 and IPv6
+    std::cout << (address.isIPv4() ? "IPv4  " : "IPv6  ") << address.numericalName() << "  port " << address.port()
+              << "  " << address.description() << "\n";
+  }
+  return 0;
+}
+
+int addr(const std::vector<std::string>& args) {
+  namespace inet = quorel::sal::inet;
+  if (args.size() != 1) throw UsageError{"addr takes one TEXT/PREFIX"};
+  const std::string::size_type slash = args[0].find('/');
+  if (slash == std::string::npos) throw UsageError{"invalid prefix '" + args[0] + "' (expected TEXT/PREFIX)"};
+  const std::string text = args[0].substr(0, slash);
+  const inet::i::family::code family =
+      text.find(':') != std::string::npos ? inet::i::family::kIPv6 : inet::i::family::kIPv4;
+  const int length = parseInteger(args[0].substr(slash + 1), "prefix length");
+  try {
+    const inet::Address address(text, family);
+    const inet::Address mask = inet::Address::createMask(family, length);
+    inet::Address network = address.clone();
+    network.setMask(mask);
+    std::cout << "address    " << address.asString() << "\n"
+              << "network    " << network.asString() << "\n"
+              << "mask       " << mask.asString() << "\n"
+              << "prefix     " << mask.prefixLength() << "\n"
+              << "broadcast  " << inet::Address::broadcastAddressFrom(address, mask).asString() << "\n";
+  } catch (const quorel::Exception& e) {
+    throw UsageError{"invalid prefix '" + args[0] + "': " + e.why()};
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -101,6 +146,8 @@ int main(int argc, char** argv) {
     if (command == "clock") return clock(args);
     if (command == "uuid") return uuid(args);
     if (command == "version") return version(args);
+    if (command == "resolve") return resolve(args);
+    if (command == "addr") return addr(args);
     if (command == "help" || command == "--help" || command == "-h") {
       std::cout << kUsage;
       return 0;
