@@ -1,0 +1,67 @@
+// Platform half of pipe pairs: pipe and fcntl.
+#include <quorel/sal/xio/impl/desc.h>
+
+#include <errno.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <quorel/sal/xio/Exception.h>
+#include <quorel/util/Throw.h>
+
+namespace quorel {
+namespace sal {
+namespace xio {
+namespace impl {
+namespace popen {
+
+namespace {
+
+// Closes a descriptor when the scope ends unless released.
+class Guard {
+ public:
+  explicit Guard(int fd) : fd_(fd) {}
+  ~Guard() {
+    if (fd_ != -1) ::close(fd_);
+  }
+  int release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+
+ private:
+  int fd_;
+};
+
+void applyTo(int fd, const open::Spec& spec) {
+  if (spec.enabled(i::open::kNonblock) && ::fcntl(fd, F_SETFL, O_NONBLOCK) == -1) {
+    const int error = errno;
+    QUOREL_THROW(OpenException)("::fcntl(F_SETFL, O_NONBLOCK) failed", sal::i::err::domain::kSystemCall, error);
+  }
+  if (!spec.enabled(i::open::kInherit) && ::fcntl(fd, F_SETFD, FD_CLOEXEC) == -1) {
+    const int error = errno;
+    QUOREL_THROW(OpenException)("::fcntl(F_SETFD, FD_CLOEXEC) failed", sal::i::err::domain::kSystemCall, error);
+  }
+}
+
+}  // namespace
+
+void newPair(desc::os::id::type& readEnd, desc::os::id::type& writeEnd, const open::Spec& readSpec,
+             const open::Spec& writeSpec) {
+  int ends[2];
+  if (::pipe(ends) != 0) {
+    const int error = errno;
+    QUOREL_THROW(OpenException)("::pipe() failed", sal::i::err::domain::kSystemCall, error);
+  }
+  Guard readGuard(ends[0]), writeGuard(ends[1]);
+  applyTo(ends[0], readSpec);
+  applyTo(ends[1], writeSpec);
+  readEnd = readGuard.release();
+  writeEnd = writeGuard.release();
+}
+
+}  // namespace popen
+}  // namespace impl
+}  // namespace xio
+}  // namespace sal
+}  // namespace quorel
