@@ -54,6 +54,11 @@
 #include <quorel/sal/io/UDPSocket.h>
 #include <quorel/sal/io/Exception.h>
 #include <quorel/sal/xio/Exception.h>
+#include <quorel/sal/xio/i/types.h>
+#include <quorel/sal/xio/Spec.h>
+#include <quorel/sal/xio/impl/desc.h>
+#include <quorel/sal/xio/Endpoint.h>
+#include <quorel/sal/xio/Stream.h>
 #include <quorel/sal/xio/scsi/sense.h>
 
 #endif
