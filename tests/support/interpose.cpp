@@ -6,6 +6,7 @@
 #include <stdarg.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <pthread.h>
 #include <stdlib.h>
@@ -62,6 +63,41 @@ extern "C" int fcntl(int fd, int command, ...) {
     return -1;
   }
   return reinterpret_cast<int (*)(int, int, ...)>(point_fcntl.real())(fd, command, argument);
+}
+
+QUOREL_INTERPOSE(int, dup, (int fd), (fd), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, close, (int fd), (fd), false, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, pipe, (int* ends), (ends), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(ssize_t, read, (int fd, void* buffer, size_t size), (fd, buffer, size), false,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(ssize_t, write, (int fd, const void* buffer, size_t size), (fd, buffer, size), false,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(ssize_t, pread64, (int fd, void* buffer, size_t size, off64_t offset), (fd, buffer, size, offset),
+                 false, { errno = error; return -1; })
+QUOREL_INTERPOSE(ssize_t, pwrite64, (int fd, const void* buffer, size_t size, off64_t offset),
+                 (fd, buffer, size, offset), false, { errno = error; return -1; })
+QUOREL_INTERPOSE(off64_t, lseek64, (int fd, off64_t offset, int whence), (fd, offset, whence), true,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(int, ftruncate64, (int fd, off64_t length), (fd, length), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, fsync, (int fd), (fd), false, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, fstat64, (int fd, struct stat64* status), (fd, status), true, { errno = error; return -1; })
+
+// open64 is variadic: the mode is read as an int and always passed on.
+namespace {
+::quorel::test::fault::Point point_open64("open64");
+::quorel::test::fault::Registration registration_open64(point_open64);
+}  // namespace
+extern "C" int open64(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const int mode = va_arg(arguments, int);
+  va_end(arguments);
+  int error = 0;
+  if (point_open64.fires(__builtin_return_address(0), error)) {
+    errno = error;
+    return -1;
+  }
+  return reinterpret_cast<int (*)(const char*, int, ...)>(point_open64.real())(path, flags, mode);
 }
 
 // ThreadSanitizer calls several of these while it starts, before it can run
