@@ -1,5 +1,7 @@
 // The quorel command-line tool, run as users run it.
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <string>
@@ -90,11 +92,32 @@ TEST(QuorelTool, AddrPrintsNetworkMaskAndBroadcast) {
   EXPECT_NE(r.out.find("broadcast  2001:db8::ffff:ffff:ffff:ffff"), std::string::npos) << r.out;
 }
 
+TEST(QuorelTool, CatCopiesFilesThroughTheStreams) {
+  const std::string dir = "/tmp/quorel-cat-" + std::to_string(::getpid());
+  ::mkdir(dir.c_str(), 0700);
+  FILE* f = std::fopen((dir + "/a").c_str(), "w");
+  std::fputs("first\n", f);
+  std::fclose(f);
+  f = std::fopen((dir + "/b").c_str(), "w");
+  std::fputs("second line\n", f);
+  std::fclose(f);
+  ToolRun r = run("cat --bs 3 " + dir + "/a " + dir + "/b");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "first\nsecond line\n");
+  EXPECT_EQ(run("cat --bs 1K " + dir + "/b").out, "second line\n");
+  r = run("cat " + dir + "/missing");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "quorel: ::open('" + dir + "/missing', O_LARGEFILE F_SETFD=FD_CLOEXEC) failed - No such file or directory\n");
+  std::remove((dir + "/a").c_str());
+  std::remove((dir + "/b").c_str());
+  ::rmdir(dir.c_str());
+}
+
 TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
   for (const char* args : {"explain", "explain 2", "explain two 13", "explain 2 13x", "explain 2 0x",
                            "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate",
                            "uuid -1", "uuid many", "uuid 1 2", "version", "version 1..2", "addr 10.0.0.1",
-                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve"}) {
+                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve", "cat", "cat --bs", "cat --bs 0 x", "cat --bs 1G x"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;
