@@ -136,10 +136,13 @@ AINETAddress* newAddressFrom(const Socket& socket) {
   QUOREL_THROW(io::Exception)("unknown INET address family", sal::i::err::domain::kApplication, socket.family());
 }
 
-AINETAddress* newPeerAddressOf(const Socket& socket) {
+namespace {
+
+// A new address of the socket's family refilled by refill; deleted if that fails.
+AINETAddress* refilledFrom(const Socket& socket, void (AINETAddress::*refill)(const Socket&)) {
   AINETAddress* address = newAddressFrom(socket);
   try {
-    address->peerAddressOf(socket);
+    (address->*refill)(socket);
   } catch (...) {
     delete address;
     throw;
@@ -147,16 +150,11 @@ AINETAddress* newPeerAddressOf(const Socket& socket) {
   return address;
 }
 
-AINETAddress* newSelfAddressOf(const Socket& socket) {
-  AINETAddress* address = newAddressFrom(socket);
-  try {
-    address->selfAddressOf(socket);
-  } catch (...) {
-    delete address;
-    throw;
-  }
-  return address;
-}
+}  // namespace
+
+AINETAddress* newPeerAddressOf(const Socket& socket) { return refilledFrom(socket, &AINETAddress::peerAddressOf); }
+
+AINETAddress* newSelfAddressOf(const Socket& socket) { return refilledFrom(socket, &AINETAddress::selfAddressOf); }
 
 AINETAddress* newBroadcastAddressOn(unsigned short port) {
   sockaddr_in broadcast;
