@@ -103,7 +103,8 @@ TEST(ExceptionFormat, SCSIDomainAppendsSenseRenderings) {
   sense[12] = 0x24;
   const quorel::Exception e = make(5, 0x8000002, sense);
   const std::string s = e.asString();
-  EXPECT_NE(s.find("message='*Reserved*' kcq='"), std::string::npos) << s;
+  EXPECT_NE(s.find("message='*Reserved*' kcq='05/24/00 (ILLEGAL REQUEST / INVALID FIELD IN CDB)'"), std::string::npos)
+      << s;
   EXPECT_NE(s.find("' senseData='70000500 00000000 00000000 24000000 0000'"), std::string::npos) << s;
   // Empty sense data still renders both parts.
   EXPECT_NE(make(5, 2).asString().find("senseData=''"), std::string::npos);
