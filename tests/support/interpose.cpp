@@ -100,6 +100,29 @@ extern "C" int open64(const char* path, int flags, ...) {
   return reinterpret_cast<int (*)(const char*, int, ...)>(point_open64.real())(path, flags, mode);
 }
 
+// ioctl is variadic: its one argument is a pointer here. A stand-in has the
+// type int (*)(int, unsigned long, void*).
+namespace {
+::quorel::test::fault::Point point_ioctl("ioctl");
+::quorel::test::fault::Registration registration_ioctl(point_ioctl);
+}  // namespace
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, request);
+  void* argument = va_arg(arguments, void*);
+  va_end(arguments);
+  void* caller = __builtin_return_address(0);
+  if (void* standIn = point_ioctl.standIn(caller)) {
+    return reinterpret_cast<int (*)(int, unsigned long, void*)>(standIn)(fd, request, argument);
+  }
+  int error = 0;
+  if (point_ioctl.fires(caller, error)) {
+    errno = error;
+    return -1;
+  }
+  return reinterpret_cast<int (*)(int, unsigned long, ...)>(point_ioctl.real())(fd, request, argument);
+}
+
 // ThreadSanitizer calls several of these while it starts, before it can run
 // instrumented code: a definition here would take those calls. Its build
 // leaves them out and the tests that need them skip.
