@@ -113,11 +113,22 @@ TEST(QuorelTool, CatCopiesFilesThroughTheStreams) {
   ::rmdir(dir.c_str());
 }
 
+TEST(QuorelTool, SenseDecodesFixedAndDescriptorFormats) {
+  ToolRun r = run("sense 70 00 05 00 00 00 00 0a 00 00 00 00 24 00");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out,
+            "key/asc/ascq  05/24/00 (ILLEGAL REQUEST / INVALID FIELD IN CDB)\n"
+            "bytes         70000500 0000000A 00000000 2400\n");
+  EXPECT_NE(run("sense 72062900").out.find("06/29/00 (UNIT ATTENTION / POWER ON, RESET, OR BUS DEVICE RESET OCCURRED)"),
+            std::string::npos);
+  EXPECT_EQ(run("explain 5 2").out, "domain 5: SCSI CDB error\ncode 2 (0x2): CHECK CONDITION\n");
+}
+
 TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
   for (const char* args : {"explain", "explain 2", "explain two 13", "explain 2 13x", "explain 2 0x",
                            "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate",
                            "uuid -1", "uuid many", "uuid 1 2", "version", "version 1..2", "addr 10.0.0.1",
-                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve", "cat", "cat --bs", "cat --bs 0 x", "cat --bs 1G x"}) {
+                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve", "cat", "cat --bs", "cat --bs 0 x", "cat --bs 1G x", "sense", "sense 7", "sense zz"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;

@@ -7,8 +7,11 @@
 //   quorel resolve HOST [SERVICE] what the resolver makes of a host name
 //   quorel addr TEXT/PREFIX      network, mask and broadcast address of a prefix
 //   quorel cat [--bs N] FILE...  files to standard output through the streams
+//   quorel sense HEX...          decodes SCSI sense bytes
 //
 // Exit status: 0 success, 1 a library operation failed, 2 bad usage.
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <iostream>
@@ -32,7 +35,8 @@ const char kUsage[] =
     "  version TEXT         print the version number TEXT as parsed (up to four components)\n"
     "  resolve HOST [SERVICE]  print each resolver result: family, numeric name, port, description\n"
     "  addr TEXT/PREFIX     print network, mask, prefix length and broadcast of an IPv4 or IPv6 prefix\n"
-    "  cat [--bs N] FILE... copy files to standard output through buffers of N bytes (K, M suffixes)\n";
+    "  cat [--bs N] FILE... copy files to standard output through buffers of N bytes (K, M suffixes)\n"
+    "  sense HEX...         decode SCSI sense bytes given in hexadecimal (spaces anywhere)\n";
 
 // A usage error: reported on one line, exit status 2.
 struct UsageError {
@@ -166,6 +170,29 @@ int cat(const std::vector<std::string>& args) {
   return 0;
 }
 
+int sense(const std::vector<std::string>& args) {
+  std::string digits;
+  for (const std::string& arg : args) digits += arg;
+  std::string bytes;
+  std::string pair;
+  for (char c : digits) {
+    if (c == ' ' || c == ':') continue;
+    if (!std::isxdigit(static_cast<unsigned char>(c))) throw UsageError{"invalid sense data (not hexadecimal)"};
+    pair += c;
+    if (pair.size() == 2) {
+      bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
+      pair.clear();
+    }
+  }
+  if (bytes.empty() || !pair.empty()) throw UsageError{"sense takes whole bytes in hexadecimal"};
+  namespace sense = quorel::sal::xio::scsi::sense;
+  std::string padded(bytes);
+  padded.resize(std::max<size_t>(padded.size(), 32), '\0');  // short sense reads as zeros
+  std::cout << "key/asc/ascq  " << sense::kcq::descriptionFrom(padded.data()) << "\n"
+            << "bytes         " << sense::hexStringFrom(bytes.data(), static_cast<int>(bytes.size())) << "\n";
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -184,6 +211,7 @@ int main(int argc, char** argv) {
     if (command == "resolve") return resolve(args);
     if (command == "addr") return addr(args);
     if (command == "cat") return cat(args);
+    if (command == "sense") return sense(args);
     if (command == "help" || command == "--help" || command == "-h") {
       std::cout << kUsage;
       return 0;
