@@ -62,5 +62,6 @@
 #include <quorel/sal/xio/scsi/sense.h>
 #include <quorel/sal/xio/scsi/IOControl.h>
 #include <quorel/sal/xio/impl/scsi/op.h>
+#include <quorel/sal/xio/impl/ata/IOControl.h>
 
 #endif
