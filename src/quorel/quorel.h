@@ -42,6 +42,7 @@
 #include <quorel/sal/sys/exec/thr.h>
 #include <quorel/sal/sys/exec/ExitException.h>
 #include <quorel/sal/fs/Exception.h>
+#include <quorel/sal/fs/Stat.h>
 #include <quorel/sal/inet/Exception.h>
 #include <quorel/sal/inet/Link.h>
 #include <quorel/sal/inet/Address.h>

@@ -8,6 +8,7 @@
 //   quorel addr TEXT/PREFIX      network, mask and broadcast address of a prefix
 //   quorel cat [--bs N] FILE...  files to standard output through the streams
 //   quorel sense HEX...          decodes SCSI sense bytes
+//   quorel stat PATH...          existence, type, owner access, size and block size
 //
 // Exit status: 0 success, 1 a library operation failed, 2 bad usage.
 #include <algorithm>
@@ -36,7 +37,9 @@ const char kUsage[] =
     "  resolve HOST [SERVICE]  print each resolver result: family, numeric name, port, description\n"
     "  addr TEXT/PREFIX     print network, mask, prefix length and broadcast of an IPv4 or IPv6 prefix\n"
     "  cat [--bs N] FILE... copy files to standard output through buffers of N bytes (K, M suffixes)\n"
-    "  sense HEX...         decode SCSI sense bytes given in hexadecimal (spaces anywhere)\n";
+    "  sense HEX...         decode SCSI sense bytes given in hexadecimal (spaces anywhere)\n"
+    "  stat PATH...         existence, type, owner access, size and block size; for devices each\n"
+    "                       READ CAPACITY result or why it failed\n";
 
 // A usage error: reported on one line, exit status 2.
 struct UsageError {
@@ -193,6 +196,41 @@ int sense(const std::vector<std::string>& args) {
   return 0;
 }
 
+int stat(const std::vector<std::string>& args) {
+  if (args.empty()) throw UsageError{"stat takes at least one PATH"};
+  static const char* const kTypes[] = {"undetermined",     "directory",        "regular file",
+                                       "device",           "tape device",      "block device",
+                                       "character device"};
+  for (const std::string& path : args) {
+    const quorel::sal::fs::Stat s(path);
+    std::cout << path << "\n";
+    if (!s.exists()) {
+      std::cout << "  exists      no\n";
+      continue;
+    }
+    const int type = s.type() >= 0 && s.type() <= 6 ? s.type() : 0;
+    std::cout << "  type        " << kTypes[type] << "\n"
+              << "  owner       " << (s.readAccess() ? "r" : "-") << (s.writeAccess() ? "w" : "-") << "\n"
+              << "  size        " << s.size() << "\n"
+              << "  block size  " << s.blockSize() << "\n";
+    if (type == 5 || type == 6) {
+      const auto line = [](const char* label, quorel::pod::uint64 size, quorel::pod::uint32 block,
+                           const std::string& error) {
+        std::cout << "  " << label;
+        if (error.empty()) {
+          std::cout << size << " bytes in blocks of " << block << "\n";
+        } else {
+          std::cout << error << "\n";
+        }
+      };
+      line("RC(10)      ", s.sizeByRC(), s.blockSizeByRC(), s.errorRC());
+      if (!s.errorRC().empty()) line("RC(16)      ", s.sizeByRC16(), s.blockSizeByRC16(), s.errorRC16());
+      if (!s.error().empty()) std::cout << "  kernel      " << s.error() << "\n";
+    }
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -212,6 +250,7 @@ int main(int argc, char** argv) {
     if (command == "addr") return addr(args);
     if (command == "cat") return cat(args);
     if (command == "sense") return sense(args);
+    if (command == "stat") return stat(args);
     if (command == "help" || command == "--help" || command == "-h") {
       std::cout << kUsage;
       return 0;
