@@ -1,0 +1,132 @@
+// Device tests on a real Linux SCSI stack, run inside the storage test bed
+// (scripts/testbed): scsi_debug, a virtio-scsi disk and an AHCI disk behind
+// libata's SCSI/ATA translation.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <quorel/quorel.h>
+
+namespace quorel {
+namespace {
+
+namespace fio = sal::xio::impl::fio;
+using sal::xio::impl::scsi::IOControl;
+
+std::string disk(const char* variable) {
+  const char* value = std::getenv(variable);
+  return value != nullptr ? value : "";
+}
+
+// The kernel's view of a disk's size in bytes.
+unsigned long long kernelSize(const std::string& device) {
+  std::ifstream in("/sys/block/" + device.substr(device.rfind('/') + 1) + "/size");
+  unsigned long long sectors = 0;
+  in >> sectors;
+  return sectors * 512;
+}
+
+#define REQUIRE_DISK(path, variable) \
+  const std::string path = disk(variable); \
+  if (path.empty()) GTEST_SKIP() << variable << " is not set: no such disk in this machine"
+
+TEST(TestBed, ReadCapacityMatchesTheKernelOnEveryDisk) {
+  for (const char* variable : {"QUOREL_SCSI_DEBUG", "QUOREL_VIRTIO", "QUOREL_AHCI"}) {
+    SCOPED_TRACE(variable);
+    REQUIRE_DISK(path, variable);
+    const sal::fs::Stat s(path);
+    EXPECT_EQ(s.type(), 5);
+    EXPECT_TRUE(s.errorRC().empty()) << s.errorRC();
+    EXPECT_EQ(s.size(), kernelSize(path));
+    EXPECT_EQ(s.sizeByRC(), kernelSize(path));
+    EXPECT_EQ(s.blockSize(), 512u);
+  }
+}
+
+class Disk : public ::testing::Test {
+ protected:
+  void open(const std::string& path) {
+    fd_ = ::open(path.c_str(), O_RDWR);
+    ASSERT_GE(fd_, 0) << path;
+  }
+  ~Disk() override {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  sal::xio::i::id::type id() const { return static_cast<sal::xio::i::id::type>(fd_); }
+  int fd_ = -1;
+};
+
+TEST_F(Disk, ReadWriteRoundTripsOfTenAndSixteenByteCommands) {
+  for (const char* variable : {"QUOREL_SCSI_DEBUG", "QUOREL_VIRTIO", "QUOREL_AHCI"}) {
+    SCOPED_TRACE(variable);
+    REQUIRE_DISK(path, variable);
+    open(path);
+    IOControl io(false);
+    for (int cdbSize : {10, 16}) {
+      std::vector<char> pattern(8192), back(8192);
+      for (size_t i = 0; i < pattern.size(); ++i) pattern[i] = static_cast<char>(i * 7 + cdbSize);
+      int status = -1, sense = -1;
+      const long long offset = 1 << 20;
+      EXPECT_EQ(fio::scsi::op(true, io, id(), pattern.data(), 8192, 512, offset, true, false, 60, status, sense, cdbSize),
+                8192)
+          << "status " << status << " sense " << sense;
+      EXPECT_EQ(fio::scsi::op(false, io, id(), back.data(), 8192, 512, offset, false, false, 60, status, sense,
+                              cdbSize),
+                8192);
+      EXPECT_EQ(pattern, back) << cdbSize;
+    }
+    ::close(fd_);
+    fd_ = -1;
+  }
+}
+
+TEST_F(Disk, UNMAPDiscardsAndTheBlocksReadBackAsZeros) {
+  REQUIRE_DISK(path, "QUOREL_SCSI_DEBUG");
+  open(path);
+  IOControl io(false);
+  std::vector<char> data(65536, 'u'), back(65536, 'x');
+  int status = -1, sense = -1;
+  ASSERT_EQ(fio::scsi::op(true, io, id(), data.data(), 65536, 512, 0, false, false, 60, status, sense, 16), 65536);
+  EXPECT_EQ(fio::scsiUNMAPWithoutException(io, id(), 512, 0, 65536, 60, status, sense), 65536)
+      << "status " << status << " " << sal::xio::scsi::sense::kcq::descriptionFrom(io.senseData());
+  ASSERT_EQ(fio::scsi::op(false, io, id(), back.data(), 65536, 512, 0, false, false, 60, status, sense, 16), 65536);
+  EXPECT_EQ(back, std::vector<char>(65536, 0));
+}
+
+TEST_F(Disk, TRIMThroughTheSATLayerIsAccepted) {
+  REQUIRE_DISK(path, "QUOREL_AHCI");
+  open(path);
+  IOControl io(false);
+  int status = -1, error = -1;
+  EXPECT_EQ(fio::ataOnSCSITRIMWithoutException(io, id(), 512, 1 << 20, 70000LL * 512, 60, status, error),
+            70000LL * 512)
+      << "status 0x" << std::hex << status << " error 0x" << error;
+  sal::xio::impl::ata::IOControl ata;
+  EXPECT_EQ(fio::ataTRIMWithoutException(ata, id(), 512, 0, 4096, 60, status, error), 4096)
+      << "status 0x" << std::hex << status << " error 0x" << error;
+  EXPECT_EQ(status & 0x01, 0);
+}
+
+TEST_F(Disk, ABadCommandComesBackAsCheckConditionWithItsSense) {
+  REQUIRE_DISK(path, "QUOREL_SCSI_DEBUG");
+  open(path);
+  sal::xio::scsi::IOControl io(false);
+  io.cdb()[0] = 0xFF;  // no such operation code
+  char data[8];
+  int length = 0, status = -1, senseLength = -1;
+  io.executeFor(0, id(), 10, 60, data, length, status, senseLength);
+  EXPECT_EQ(status, 2);
+  ASSERT_GT(senseLength, 0);
+  EXPECT_EQ(sal::xio::scsi::sense::kcq::descriptionFrom(io.senseData()),
+            "05/20/00 (ILLEGAL REQUEST / INVALID COMMAND OPERATION CODE)");
+}
+
+}  // namespace
+}  // namespace quorel
