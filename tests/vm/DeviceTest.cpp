@@ -114,6 +114,33 @@ TEST_F(Disk, TRIMThroughTheSATLayerIsAccepted) {
   EXPECT_EQ(status & 0x01, 0);
 }
 
+// scsi_debug's setting, from the module's parameters.
+int scsiDebugParameter(const char* name) {
+  std::ifstream in(std::string("/sys/module/scsi_debug/parameters/") + name);
+  int value = 0;
+  in >> value;
+  return value;
+}
+
+TEST_F(Disk, ThirtyTwoByteCommandsOnATypeTwoProtectedDisk) {
+  REQUIRE_DISK(path, "QUOREL_SCSI_DEBUG");
+  if (scsiDebugParameter("dif") != 2) GTEST_SKIP() << "this machine's scsi_debug has no type-2 protection";
+  const sal::fs::Stat s(path);
+  EXPECT_EQ(s.blockSize(), 4096u);
+  EXPECT_EQ(s.size(), kernelSize(path));
+  open(path);
+  IOControl io(false);
+  std::vector<char> pattern(16384), back(16384);
+  for (size_t i = 0; i < pattern.size(); ++i) pattern[i] = static_cast<char>(i * 13);
+  int status = -1, sense = -1;
+  EXPECT_EQ(fio::scsi::op(true, io, id(), pattern.data(), 16384, 4096, 8 * 4096, true, false, 60, status, sense, 32),
+            16384)
+      << "status " << status << " " << sal::xio::scsi::sense::kcq::descriptionFrom(io.senseData());
+  EXPECT_EQ(fio::scsi::op(false, io, id(), back.data(), 16384, 4096, 8 * 4096, false, false, 60, status, sense, 32),
+            16384);
+  EXPECT_EQ(pattern, back);
+}
+
 TEST_F(Disk, ABadCommandComesBackAsCheckConditionWithItsSense) {
   REQUIRE_DISK(path, "QUOREL_SCSI_DEBUG");
   open(path);
