@@ -100,14 +100,21 @@ TEST_F(Disk, UNMAPDiscardsAndTheBlocksReadBackAsZeros) {
   EXPECT_EQ(back, std::vector<char>(65536, 0));
 }
 
-TEST_F(Disk, TRIMThroughTheSATLayerIsAccepted) {
+TEST_F(Disk, TRIMThroughTheSATLayerDiscards) {
   REQUIRE_DISK(path, "QUOREL_AHCI");
   open(path);
   IOControl io(false);
   int status = -1, error = -1;
+  // The emulated disk punches holes for discarded blocks: they read back as zeros.
+  std::vector<char> pattern(65536, 't'), back(65536, 'x');
+  ASSERT_EQ(fio::scsi::op(true, io, id(), pattern.data(), 65536, 512, 1 << 20, false, false, 60, status, error, 10),
+            65536);
   EXPECT_EQ(fio::ataOnSCSITRIMWithoutException(io, id(), 512, 1 << 20, 70000LL * 512, 60, status, error),
             70000LL * 512)
       << "status 0x" << std::hex << status << " error 0x" << error;
+  ASSERT_EQ(fio::scsi::op(false, io, id(), back.data(), 65536, 512, 1 << 20, false, false, 60, status, error, 10),
+            65536);
+  EXPECT_EQ(back, std::vector<char>(65536, 0));
   sal::xio::impl::ata::IOControl ata;
   EXPECT_EQ(fio::ataTRIMWithoutException(ata, id(), 512, 0, 4096, 60, status, error), 4096)
       << "status 0x" << std::hex << status << " error 0x" << error;

@@ -97,6 +97,7 @@ struct FakeDisk {
   unsigned long long last10 = 0x3FF, last16 = 0x3FF;
   unsigned int block10 = 512, block16 = 512;
   unsigned long sectors = 16777216;  // 8 GiB of 512-byte sectors
+  int sizeError = 0;                 // BLKGETSIZE fails with this
 } disk;
 
 void put(unsigned char* at, unsigned long long value, int bytes) {
@@ -109,6 +110,10 @@ int fakeDisk(int, unsigned long request, void* argument) {
     return 0;
   }
   if (request == BLKGETSIZE) {
+    if (disk.sizeError != 0) {
+      errno = disk.sizeError;
+      return -1;
+    }
     *static_cast<unsigned long*>(argument) = disk.sectors;
     return 0;
   }
@@ -202,6 +207,10 @@ TEST_F(FakeDevice, RejectedCommandsFallBackToTheKernelWithItsWrap) {
   disk.sectors = 131072;
   const Stat small("/dev/null");
   EXPECT_EQ(small.size(), 64u << 20);
+  disk.sizeError = EFBIG;  // what a 32-bit caller gets for a very large device
+  const Stat large("/dev/null");
+  EXPECT_EQ(large.error(), std::string("::ioctl(BLKGETSIZE) failed: ") + std::strerror(EFBIG));
+  EXPECT_EQ(large.size(), 0u);
 }
 
 }  // namespace
