@@ -1,4 +1,4 @@
-// Open options, endpoints over every kind of open specification, files and
+// Open options, endpoints over every kind of open spec, files and
 // pipes, and the failures of the descriptor calls.
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 // Endpoint, Channel, File and Pipe: synchronous byte movement over open
-// specifications.
+// specs.
 #ifndef QUOREL_SAL_XIO_ENDPOINT_H
 #define QUOREL_SAL_XIO_ENDPOINT_H
 
@@ -16,7 +16,7 @@ namespace sal {
 namespace xio {
 
 namespace impl {
-// Owns one open specification, deleted with the last handle (which closes
+// Owns one open spec, deleted with the last handle (which closes
 // owned descriptors and discards errors).
 class Endpoint {
  public:

@@ -1,4 +1,4 @@
-// The open specifications.
+// The open specs.
 #include <quorel/sal/xio/impl/AOpenSpec.h>
 
 #include <quorel/sal/xio/impl/DescWrapper.inl>

@@ -1,4 +1,4 @@
-// Open specifications: what an endpoint's identifier is and how it is
+// Open specs: what an endpoint's identifier is and how it is
 // opened, closed, duplicated and described.
 #ifndef QUOREL_SAL_XIO_IMPL_AOPENSPEC_H
 #define QUOREL_SAL_XIO_IMPL_AOPENSPEC_H
