@@ -130,7 +130,7 @@ class NULLOpenSpec : public AOpenSpec {
   std::string description_;
 };
 
-// A connected TCP client; closed with the spec. Cannot be cloned (null).
+// A connected TCP client, closed when this object goes. Cannot be cloned (null).
 class TCPOpenSpec : public AOpenSpec {
  public:
   TCPOpenSpec(const io::TCPBindingAddress& binding, const io::TCPConnectingAddress& connecting);
