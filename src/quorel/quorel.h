@@ -24,6 +24,7 @@
 #include <quorel/sal/AtomicCounter.h>
 #include <quorel/sal/time.h>
 #include <quorel/sal/vm.h>
+#include <quorel/sal/hostinfo.h>
 
 // The platform layer's exported functions.
 #include <quorel/sal/sys/atomic.h>

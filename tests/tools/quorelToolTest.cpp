@@ -29,10 +29,14 @@ ToolRun run(const std::string& arguments) {
   return result;
 }
 
-TEST(QuorelTool, WithoutArgumentsPrintsUsage) {
+TEST(QuorelTool, WithoutArgumentsDescribesTheHost) {
   const ToolRun r = run("");
   EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out.rfind("usage: quorel COMMAND", 0), 0u) << r.out;
+  EXPECT_EQ(r.out.rfind("system     Linux", 0), 0u) << r.out;
+  for (const char* line : {"\nprocessor  ", "\nmemory     ", "\nvirtual    ", "\nfirmware   ", "\nbuild      linux26 ia32"}) {
+    EXPECT_NE(r.out.find(line), std::string::npos) << line;
+  }
+  EXPECT_EQ(run("help").out.rfind("usage: quorel COMMAND", 0), 0u);
 }
 
 TEST(QuorelTool, ExplainPrintsDomainAndMessageTexts) {
@@ -128,7 +132,7 @@ TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
   for (const char* args : {"explain", "explain 2", "explain two 13", "explain 2 13x", "explain 2 0x",
                            "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate",
                            "uuid -1", "uuid many", "uuid 1 2", "version", "version 1..2", "addr 10.0.0.1",
-                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve", "cat", "cat --bs", "cat --bs 0 x", "cat --bs 1G x", "sense", "sense 7", "sense zz"}) {
+                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve", "cat", "cat --bs", "cat --bs 0 x", "cat --bs 1G x", "sense", "sense 7", "sense zz", "info now"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;

@@ -1,5 +1,6 @@
 // quorel: command-line access to the library's diagnostics.
 //
+//   quorel [info]                the host: system, processor, memory, firmware, build
 //   quorel explain DOMAIN CODE   texts of an error code
 //   quorel clock                 the wall clock and the monotonic tick
 //   quorel uuid [N]              N new identifiers (default 1)
@@ -29,6 +30,8 @@ const char kUsage[] =
     "usage: quorel COMMAND [ARGUMENTS]\n"
     "\n"
     "commands:\n"
+    "  info                 the host: system, word size, processor, memory, virtualisation,\n"
+    "                       firmware identity, build target (the default)\n"
     "  explain DOMAIN CODE  print the domain and message texts of an error code\n"
     "                       (DOMAIN 0-6; CODE decimal, negative or 0x-prefixed hexadecimal)\n"
     "  clock                print the wall clock (micro-, milliseconds, seconds) and the tick\n"
@@ -231,17 +234,30 @@ int stat(const std::vector<std::string>& args) {
   return 0;
 }
 
+int info(const std::vector<std::string>& args) {
+  if (!args.empty()) throw UsageError{"info takes no arguments"};
+  namespace h = quorel::sal::hostinfo;
+  std::string detail;
+  const bool vm = h::env::isVM(detail);
+  const std::string firmware = h::env::id();
+  std::cout << "system     " << h::os::name() << ", kernel " << h::os::version().asString() << ", " << h::os::bits()
+            << "-bit\n"
+            << "processor  " << h::cpu::name() << ", " << h::cpu::count() << " online\n"
+            << "memory     " << h::mem::size() / (1024 * 1024) << " MiB, pages of " << h::mem::pageSize() << " bytes\n"
+            << "virtual    " << (vm ? "yes (" + detail + ")" : std::string("no")) << "\n"
+            << "firmware   " << (firmware.empty() ? std::string("(no readable DMI table)") : firmware) << "\n"
+            << "build      " << h::build::os() << " " << h::build::cpu() << " " << h::build::arch() << "\n";
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const std::vector<std::string> all(argv + 1, argv + argc);
-  if (all.empty()) {
-    std::cout << kUsage;
-    return 0;
-  }
-  const std::string command = all[0];
-  const std::vector<std::string> args(all.begin() + 1, all.end());
+  const std::string command = all.empty() ? "info" : all[0];
+  const std::vector<std::string> args(all.empty() ? all.begin() : all.begin() + 1, all.end());
   try {
+    if (command == "info") return info(args);
     if (command == "explain") return explain(args);
     if (command == "clock") return clock(args);
     if (command == "uuid") return uuid(args);

@@ -1,0 +1,162 @@
+// Host information: the parsers on real-world samples, the DMI walker on
+// good and broken tables, and the snapshot against the host.
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <quorel/quorel.h>
+#include <quorel/sal/impl/hostinfo.h>
+
+namespace quorel {
+namespace {
+
+namespace parse = sal::impl::hostinfo::parse;
+namespace dmi = sal::impl::hostinfo::dmi;
+
+const char kIntelCpuInfo[] =
+    "processor\t: 0\nvendor_id\t: GenuineIntel\ncpu family\t: 6\nmodel\t\t: 15\n"
+    "model name\t: Intel(R) Core(TM)2 Duo CPU     E6550  @ 2.33GHz\nstepping\t: 11\n"
+    "flags\t\t: fpu vme de pse tsc msr pae mce\n\n";
+const char kVirtualCpuInfo[] =
+    "processor\t: 0\ncpu family\t: 6\nmodel\t\t: 207\nmodel name\t: Intel(R) Xeon(R) Processor\nstepping\t: 2\n"
+    "flags\t\t: fpu vme de pse tsc hypervisor lahf_lm\n\nprocessor\t: 1\ncpu family\t: 6\nmodel\t\t: 207\n"
+    "model name\t: Intel(R) Xeon(R) Processor\nstepping\t: 2\nflags\t\t: fpu hypervisor\n";
+const char kArmCpuInfo[] = "processor\t: 0\nBogoMIPS\t: 48.00\nFeatures\t: fp asimd evtstrm\nCPU part\t: 0xd08\n";
+
+TEST(HostParsers, ProcessorNamesWithDetailAndTheHypervisorFlag) {
+  std::string name = "X86";
+  bool vm = false;
+  parse::cpuInfo(kIntelCpuInfo, name, vm);
+  EXPECT_EQ(name, "Intel(R) Core(TM)2 Duo CPU     E6550  @ 2.33GHz (Family 6 Model 15 Stepping 11)");
+  EXPECT_FALSE(vm);
+  name = "X86";
+  parse::cpuInfo(kVirtualCpuInfo, name, vm);
+  EXPECT_EQ(name, "Intel(R) Xeon(R) Processor (Family 6 Model 207 Stepping 2)");
+  EXPECT_TRUE(vm);
+  name = "X86";
+  vm = false;
+  parse::cpuInfo(kArmCpuInfo, name, vm);
+  EXPECT_EQ(name, "X86");
+  parse::cpuInfo("flags: hypervisorish\n", name, vm);
+  EXPECT_FALSE(vm);  // a whole flag, not a part of one
+}
+
+std::map<std::string, std::string> files;
+std::string fromFiles(const std::string& path) { return files.count(path) ? files[path] : std::string(); }
+
+TEST(HostParsers, DistributionFromTheFirstReleaseFileThatAnswers) {
+  files = {{"/etc/os-release", "NAME=\"Debian GNU/Linux\"\nPRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n"},
+           {"/etc/lsb-release", "DISTRIB_DESCRIPTION=\"Ubuntu 22.04\"\n"}};
+  EXPECT_EQ(parse::distribution(fromFiles), "\"Debian GNU/Linux 12 (bookworm)\"");
+  EXPECT_EQ(parse::osName("Linux", parse::distribution(fromFiles)), "Linux \"Debian GNU/Linux 12 (bookworm)\"");
+  files = {{"/etc/os-release", "PRETTY_NAME = Alpine Linux v3.19 \n"}};
+  EXPECT_EQ(parse::osName("Linux", parse::distribution(fromFiles)), "Linux \"Alpine Linux v3.19\"");
+  files = {{"/etc/lsb-release", "DISTRIB_ID=Ubuntu\nDISTRIB_DESCRIPTION=\"Ubuntu 10.04.4 LTS\"\n"}};
+  EXPECT_EQ(parse::distribution(fromFiles), "\"Ubuntu 10.04.4 LTS\"");
+  files = {{"/etc/redhat-release", "CentOS release 6.10 (Final)\nsecond line\n"}};
+  EXPECT_EQ(parse::osName("Linux", parse::distribution(fromFiles)), "Linux \"CentOS release 6.10 (Final)\"");
+  files.clear();
+  EXPECT_EQ(parse::osName("Linux", parse::distribution(fromFiles)), "Linux");
+}
+
+TEST(HostParsers, KernelVersionsAndProcessorLists) {
+  EXPECT_EQ(parse::kernelVersion("2.6.32-754.el6.x86_64").asString(), "2.6.32");
+  EXPECT_EQ(parse::kernelVersion("3.10.0+").asString(), "3.10.0");
+  EXPECT_EQ(parse::kernelVersion("6.1.0-13-amd64").asString(), "6.1.0");
+  std::set<int> cpus;
+  sal::impl::hostinfo::cpu::processorsFrom("0-3,6,8-9\n", cpus);
+  EXPECT_EQ(cpus, (std::set<int>{0, 1, 2, 3, 6, 8, 9}));
+  cpus.clear();
+  sal::impl::hostinfo::cpu::processorsFrom("x,2-y,5", cpus);
+  EXPECT_EQ(cpus, (std::set<int>{5}));
+}
+
+// A structure: type, the formatted part (bytes 4.. after the header) and its strings.
+std::vector<unsigned char> structure(unsigned char type, const std::vector<unsigned char>& fields,
+                                     const std::vector<std::string>& strings) {
+  std::string bytes;
+  bytes += static_cast<char>(type);
+  bytes += static_cast<char>(4 + fields.size());
+  bytes += std::string(2, '\0');
+  for (unsigned char f : fields) bytes += static_cast<char>(f);
+  for (const std::string& text : strings) bytes += text + '\0';
+  if (strings.empty()) bytes += '\0';
+  bytes += '\0';
+  return std::vector<unsigned char>(bytes.begin(), bytes.end());
+}
+
+std::vector<unsigned char> operator+(const std::vector<unsigned char>& a, const std::vector<unsigned char>& b) {
+  std::string joined(a.begin(), a.end());
+  joined.append(b.begin(), b.end());
+  return std::vector<unsigned char>(joined.begin(), joined.end());
+}
+
+TEST(DMIWalker, SystemAndBaseBoardStrings) {
+  const auto table = structure(0, {1, 2, 3, 4}, {"BIOS vendor"}) +
+                     structure(1, {1, 2, 3, 4, 0, 0, 0, 0}, {"QEMU", "Standard PC", "pc-7.2", "SN-1"}) +
+                     structure(2, {1, 2, 0, 3}, {"Board Inc", "B-1", "BSN"}) + structure(127, {}, {}) +
+                     structure(1, {1, 0, 0, 0}, {"after the end"});
+  EXPECT_EQ(dmi::identityFrom(table.data(), table.size()), "QEMU / Standard PC / pc-7.2 / SN-1 / Board Inc / B-1 / BSN");
+}
+
+TEST(DMIWalker, BrokenTablesNeverReadOutOfBounds) {
+  const auto good = structure(1, {1, 2, 0, 0}, {"Maker", "Product"});
+  for (size_t cut = 0; cut <= good.size(); ++cut) {
+    std::vector<unsigned char> truncated(good.begin(), good.begin() + static_cast<long>(cut));
+    truncated.shrink_to_fit();  // so that a sanitizer sees any read past the end
+    dmi::identityFrom(truncated.data(), truncated.size());
+  }
+  const auto missingString = structure(1, {1, 5, 0, 0}, {"Maker"});  // string 5 does not exist
+  EXPECT_EQ(dmi::identityFrom(missingString.data(), missingString.size()), "Maker");
+  const std::vector<unsigned char> tooLong{1, 200, 0, 0, 1, 1, 1, 1};  // formatted part past the end
+  EXPECT_EQ(dmi::identityFrom(tooLong.data(), tooLong.size()), "");
+  const std::vector<unsigned char> tooShort{1, 2, 0, 0, 0, 0};
+  EXPECT_EQ(dmi::identityFrom(tooShort.data(), tooShort.size()), "");
+  const std::vector<unsigned char> unterminated{1, 8, 0, 0, 1, 0, 0, 0, 'A', 'B'};
+  EXPECT_EQ(dmi::identityFrom(unterminated.data(), unterminated.size()), "");
+}
+
+TEST(DMIWalker, EntryPointsOfSMBIOS3AndSMBIOS2) {
+  std::vector<unsigned char> area(0x100, 0);
+  const unsigned char smbios3[] = {'_', 'S', 'M', '3', '_', 0, 24, 3, 2, 0, 1, 0, 0x34, 0x12, 0, 0,
+                                   0x00, 0x10, 0x0F, 0, 0, 0, 0, 0};
+  std::copy(smbios3, smbios3 + sizeof smbios3, area.begin() + 0x40);
+  pod::uint64 address = 0;
+  pod::uint32 length = 0;
+  ASSERT_TRUE(dmi::tableFrom(area.data(), area.size(), address, length));
+  EXPECT_EQ(address, 0xF1000u);
+  EXPECT_EQ(length, 0x1234u);
+  std::vector<unsigned char> legacy(0x100, 0);
+  const char smbios2[] = "_SM_\x1f\x1f\x02\x08\0\0\0\0\0\0\0\0_DMI_\0\x40\x01\x00\x80\x0E\x00";
+  std::copy(smbios2, smbios2 + sizeof smbios2 - 1, legacy.begin() + 0x20);
+  ASSERT_TRUE(dmi::tableFrom(legacy.data(), legacy.size(), address, length));
+  EXPECT_EQ(address, 0xE8000u);
+  EXPECT_EQ(length, 0x140u);
+  EXPECT_FALSE(dmi::tableFrom(area.data(), 0x40, address, length));
+}
+
+TEST(HostInfo, SnapshotAgreesWithTheHost) {
+  utsname names;
+  ASSERT_EQ(::uname(&names), 0);
+  EXPECT_EQ(sal::hostinfo::os::name().rfind(names.sysname, 0), 0u);
+  EXPECT_EQ(sal::hostinfo::os::version().asString(), parse::kernelVersion(names.release).asString());
+  EXPECT_EQ(sal::hostinfo::mem::pageSize(), static_cast<unsigned int>(::sysconf(_SC_PAGESIZE)));
+  EXPECT_GT(sal::hostinfo::mem::size(), 0u);
+  EXPECT_GE(sal::hostinfo::cpu::count(), 1);
+  EXPECT_EQ(sal::hostinfo::os::bits(), static_cast<int>(sizeof(void*) * 8));
+  EXPECT_EQ(sal::hostinfo::env::tempDirectory(), "/tmp");
+  EXPECT_EQ(sal::hostinfo::env::appStage(), "/var");
+  EXPECT_EQ(sal::hostinfo::env::execPath(), "");
+  EXPECT_FALSE(sal::hostinfo::env::isInWindowStation());
+  EXPECT_EQ(sal::hostinfo::build::os(), "linux26");
+}
+
+}  // namespace
+}  // namespace quorel
