@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <quorel/quorel.h>
+#include <quorel/sal/impl/hostinfo.h>
 
 namespace quorel {
 namespace {
@@ -160,6 +161,20 @@ TEST_F(Disk, ABadCommandComesBackAsCheckConditionWithItsSense) {
   ASSERT_GT(senseLength, 0);
   EXPECT_EQ(sal::xio::scsi::sense::kcq::descriptionFrom(io.senseData()),
             "05/20/00 (ILLEGAL REQUEST / INVALID COMMAND OPERATION CODE)");
+}
+
+// The identity from the SMBIOS strings the machine was given
+// (QUOREL_EXPECT_FIRMWARE, with '_' for spaces).
+TEST(Firmware, IdentityHoldsTheStringsGivenToTheMachineOnEveryPath) {
+  const char* expected = std::getenv("QUOREL_EXPECT_FIRMWARE");
+  if (expected == nullptr) GTEST_SKIP() << "this machine was given no firmware strings to expect";
+  std::string identity(expected);
+  for (char& c : identity) c = c == '_' ? ' ' : c;
+  EXPECT_EQ(sal::hostinfo::env::id(), identity);
+  namespace dmi = sal::impl::hostinfo::dmi;
+  // With the sysfs entries hidden: the whole table, then the entry point in memory.
+  EXPECT_EQ(dmi::identityOfHost("/nonexistent/", "/sys/firmware/dmi/tables/DMI", "/dev/mem"), identity);
+  EXPECT_EQ(dmi::identityOfHost("/nonexistent/", "/nonexistent", "/dev/mem"), identity);
 }
 
 }  // namespace
