@@ -113,6 +113,10 @@ TEST(DMIWalker, BrokenTablesNeverReadOutOfBounds) {
     truncated.shrink_to_fit();  // so that a sanitizer sees any read past the end
     dmi::identityFrom(truncated.data(), truncated.size());
   }
+  EXPECT_EQ(dmi::identityFrom(nullptr, 0), "");  // found by fuzzing: no arithmetic on a null table
+  pod::uint64 address = 0;
+  pod::uint32 length = 0;
+  EXPECT_FALSE(dmi::tableFrom(nullptr, 0, address, length));
   const auto missingString = structure(1, {1, 5, 0, 0}, {"Maker"});  // string 5 does not exist
   EXPECT_EQ(dmi::identityFrom(missingString.data(), missingString.size()), "Maker");
   const std::vector<unsigned char> tooLong{1, 200, 0, 0, 1, 1, 1, 1};  // formatted part past the end

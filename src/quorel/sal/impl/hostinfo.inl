@@ -202,6 +202,7 @@ std::string stringOf(const unsigned char* strings, const unsigned char* end, uns
 
 std::string identityFrom(const unsigned char* table, size_t length) {
   std::string identity;
+  if (table == nullptr || length == 0) return identity;
   const unsigned char* at = table;
   const unsigned char* end = table + length;
   while (at + 4 <= end) {
@@ -228,6 +229,7 @@ std::string identityFrom(const unsigned char* table, size_t length) {
 }
 
 bool tableFrom(const unsigned char* area, size_t length, pod::uint64& address, pod::uint32& tableLength) {
+  if (area == nullptr) return false;
   for (size_t at = 0; at + 32 <= length; at += 16) {
     const unsigned char* p = area + at;
     if (std::memcmp(p, "_SM3_", 5) == 0 && at + 24 <= length) {
