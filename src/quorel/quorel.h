@@ -40,6 +40,8 @@
 #include <quorel/sal/exec/TSDPair.h>
 #include <quorel/sal/exec/i/Task.h>
 #include <quorel/sal/exec/Thread.h>
+#include <quorel/sal/exec/NamedMutex.h>
+#include <quorel/sal/exec/Module.h>
 #include <quorel/sal/sys/exec/thr.h>
 #include <quorel/sal/sys/exec/ExitException.h>
 #include <quorel/sal/fs/Exception.h>

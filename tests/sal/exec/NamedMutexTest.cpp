@@ -1,0 +1,154 @@
+// Named mutexes between threads and processes, and dynamic modules.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include <quorel/quorel.h>
+
+#include "support/expect.h"
+#include "support/fault.h"
+
+namespace quorel {
+namespace {
+
+using sal::exec::Module;
+using sal::exec::NamedMutex;
+
+std::string uniqueName() {
+  return "test-" + std::to_string(::getpid()) + "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name();
+}
+
+std::string pathOf(const std::string& name) { return "/tmp/quorel.sal.sys.exec.NamedMutex-" + name; }
+
+TEST(NamedMutex, LocksThreadsOfOneProcessThroughOneObject) {
+  const std::string name = uniqueName();
+  NamedMutex mutex(name);
+  EXPECT_EQ(mutex.name(), name);
+  {
+    util::ALockLatchFor<NamedMutex> latch(mutex);
+    bool taken = true;
+    std::thread other([&] { taken = mutex.tryLock(); });
+    other.join();
+    EXPECT_FALSE(taken);
+    // A second object of the same name shares no in-process mutex, and record
+    // locks belong to the process: it locks at once.
+    NamedMutex second(name);
+    EXPECT_TRUE(second.tryLock());
+    second.unlock();
+  }
+  EXPECT_TRUE(mutex.tryLock());
+  mutex.unlock();
+  struct stat status;
+  EXPECT_EQ(::stat(pathOf(name).c_str(), &status), 0);  // the lock file stays
+  ::unlink(pathOf(name).c_str());
+}
+
+TEST(NamedMutex, AnotherProcessHoldingTheLockMakesTryLockThrowWithEAGAIN) {
+  const std::string name = uniqueName();
+  int ready[2], done[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  ASSERT_EQ(::pipe(done), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    NamedMutex mutex(name);
+    mutex.lock();
+    char c = 'x';
+    (void)::write(ready[1], &c, 1);
+    (void)::read(done[0], &c, 1);
+    ::_exit(0);
+  }
+  char c;
+  ASSERT_EQ(::read(ready[0], &c, 1), 1);
+  NamedMutex mutex(name);
+  // Linux reports another process's record lock as EAGAIN: an error here.
+  auto e = QUOREL_EXPECT_THROW(mutex.tryLock(), sal::exec::SyncAcquireException,
+                               "::fcntl() failed to lock \"" + pathOf(name) + "\"", 2, EAGAIN);
+  ASSERT_TRUE(e);
+  EXPECT_STREQ(e->where(), "bool quorel::sal::sys::exec::NamedMutex::tryLock()");
+  (void)::write(done[1], "x", 1);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_TRUE(mutex.tryLock());  // a process that ends releases its lock
+  mutex.unlock();
+  for (int fd : {ready[0], ready[1], done[0], done[1]}) ::close(fd);
+  ::unlink(pathOf(name).c_str());
+}
+
+TEST(NamedMutex, FailuresCarryThePlatformFieldsUnderTheSyncClasses) {
+  QUOREL_EXPECT_THROW(NamedMutex("no-such-directory/x"), sal::sys::Exception,
+                      "::open(\"" + pathOf("no-such-directory/x") + "\") failed", 2, ENOENT);
+  const std::string name = uniqueName();
+  NamedMutex mutex(name);
+  {
+    test::fault::Injection conflict("fcntl", EACCES);
+    EXPECT_FALSE(mutex.tryLock());  // EACCES is a busy result
+  }
+  {
+    test::fault::Injection fail("fcntl", EDEADLK);
+    auto e = QUOREL_EXPECT_THROW(mutex.lock(), sal::exec::SyncAcquireException,
+                                 "::fcntl() failed to lock \"" + pathOf(name) + "\"", 2, EDEADLK);
+    ASSERT_TRUE(e);
+    EXPECT_STREQ(e->where(), "void quorel::sal::sys::exec::NamedMutex::lock()");
+  }
+  EXPECT_TRUE(mutex.tryLock());  // the in-process mutex was let go
+  {
+    test::fault::Injection fail("fcntl", EINVAL);
+    QUOREL_EXPECT_THROW(mutex.unlock(), sal::exec::SyncReleaseException,
+                        "::fcntl() failed to unlock \"" + pathOf(name) + "\"", 2, EINVAL);
+  }
+  mutex.lock();
+  mutex.unlock();
+  ::unlink(pathOf(name).c_str());
+}
+
+TEST(Module, LoadsLooksUpAndClosesWithTheLastCopy) {
+  {
+    const Module module(QUOREL_TEST_MODULE);
+    const Module copy(module);
+    int (*answer)() = reinterpret_cast<int (*)()>(copy.addressOf("quorel_test_answer"));
+    EXPECT_EQ(answer(), 42);
+    void* loaded = ::dlopen(QUOREL_TEST_MODULE, RTLD_LAZY | RTLD_NOLOAD);
+    EXPECT_NE(loaded, nullptr);
+    if (loaded != nullptr) ::dlclose(loaded);
+  }
+  EXPECT_EQ(::dlopen(QUOREL_TEST_MODULE, RTLD_LAZY | RTLD_NOLOAD), nullptr);
+}
+
+TEST(Module, FailuresAreDynamicLinkerErrorsWithTheLoadersText) {
+  try {
+    Module("/nonexistent/libquorel-none.so");
+  } catch (const sal::sys::Exception& e) {
+    // The loader's text is read when the exception is first formatted.
+    EXPECT_NE(e.asString().find("libquorel-none.so: cannot open shared object file"), std::string::npos);
+  }
+  auto e = QUOREL_EXPECT_THROW(Module("/nonexistent/libquorel-none.so"), sal::sys::Exception,
+                               "::dlopen(\"/nonexistent/libquorel-none.so\") failed", 3, 0);
+  ASSERT_TRUE(e);
+  EXPECT_STREQ(e->where(), "void* quorel::sal::sys::exec::dl::open(const std::string&)");
+  const Module module(QUOREL_TEST_MODULE);
+  auto missing = QUOREL_EXPECT_THROW(module.addressOf("no_such_symbol"), sal::sys::Exception,
+                                     "::dlsym(\"no_such_symbol\") failed", 3, 0);
+  ASSERT_TRUE(missing);
+  EXPECT_STREQ(missing->where(), "void* quorel::sal::sys::exec::dl::addressOf(std::string, void*)");
+  QUOREL_EXPECT_THROW(module.addressOf("quorel_test_null"), sal::sys::Exception, "::dlsym(\"quorel_test_null\") failed",
+                      3, 0);
+}
+
+TEST(Module, PlatformNames) {
+  EXPECT_EQ(Module::naturalizedNameOf("z", false), "libz.so");
+  EXPECT_EQ(Module::naturalizedNameOf("z", true), "libz.so");
+  EXPECT_EQ(Module::naturalizedBundleNameOf("plugin", true), "libplugin.so");
+  EXPECT_STREQ(Module::prefix(), "lib");
+  EXPECT_EQ(Module::bundleSuffix(false), ".so");
+}
+
+}  // namespace
+}  // namespace quorel
