@@ -19,6 +19,21 @@ T reversed(T value) {
   return static_cast<T>(__builtin_bswap64(static_cast<unsigned long long>(u)));
 }
 
+// Multi-byte fields of wire formats (SCSI command blocks and parameter
+// data): the low `bytes` bytes of value, most significant first, and back.
+inline void storeBigEndian(unsigned char* at, unsigned long long value, int bytes) {
+  for (int i = bytes - 1; i >= 0; --i) {
+    at[i] = static_cast<unsigned char>(value);
+    value >>= 8;
+  }
+}
+
+inline unsigned long long loadBigEndian(const unsigned char* at, int bytes) {
+  unsigned long long value = 0;
+  for (int i = 0; i < bytes; ++i) value = value << 8 | at[i];
+  return value;
+}
+
 namespace order {
 
 // From host order to big-endian (network) order.

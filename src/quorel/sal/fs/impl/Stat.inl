@@ -18,6 +18,7 @@
 #include <quorel/sal/xio/scsi/sense.h>
 #include <quorel/util/Throw.h>
 #include <quorel/util/impl/typeName.h>
+#include <quorel/util/byte.h>
 #include <quorel/util/str.h>
 
 namespace quorel {
@@ -35,12 +36,6 @@ struct Closer {
   int fd;
   ~Closer() { ::close(fd); }
 };
-
-pod::uint64 bigEndian(const unsigned char* at, int bytes) {
-  pod::uint64 value = 0;
-  for (int i = 0; i < bytes; ++i) value = value << 8 | at[i];
-  return value;
-}
 
 // One READ CAPACITY, sent once more if the first try fails. Returns true
 // with the data filled, or false with the failure text in error.
@@ -132,8 +127,8 @@ void Stat::query() {
 bool Stat::capacityOf(int fd) {
   unsigned char data[32];
   if (readCapacity(fd, 10, data, 8, errorRC)) {
-    const pod::uint64 last = bigEndian(data, 4);
-    const pod::uint32 length = static_cast<pod::uint32>(bigEndian(data + 4, 4));
+    const pod::uint64 last = util::byte::loadBigEndian(data, 4);
+    const pod::uint32 length = static_cast<pod::uint32>(util::byte::loadBigEndian(data + 4, 4));
     checkCapacity(last, 0xFFFFFFFFu, length, "(10)", errorRC);
     if (errorRC.empty()) {
       blockSizeByRC = blockSize = length;
@@ -142,8 +137,8 @@ bool Stat::capacityOf(int fd) {
     }
   }
   if (readCapacity(fd, 16, data, 32, errorRC16)) {
-    const pod::uint64 last = bigEndian(data, 8);
-    const pod::uint32 length = static_cast<pod::uint32>(bigEndian(data + 8, 4));
+    const pod::uint64 last = util::byte::loadBigEndian(data, 8);
+    const pod::uint32 length = static_cast<pod::uint32>(util::byte::loadBigEndian(data + 8, 4));
     checkCapacity(last, ~0ULL, length, "(16)", errorRC16);
     if (errorRC16.empty()) {
       blockSizeByRC16 = blockSize = length;

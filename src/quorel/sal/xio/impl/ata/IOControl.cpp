@@ -9,6 +9,7 @@
 
 #include <quorel/sal/xio/Exception.h>
 #include <quorel/util/Throw.h>
+#include <quorel/util/byte.h>
 
 namespace quorel {
 namespace sal {
@@ -99,11 +100,14 @@ namespace fio {
 
 namespace {
 
-void putBigEndian(unsigned char* at, pod::uint64 value, int bytes) {
-  for (int i = bytes - 1; i >= 0; --i) {
-    at[i] = static_cast<unsigned char>(value);
-    value >>= 8;
-  }
+using util::byte::storeBigEndian;
+
+// The blocks of a byte range: false for a block size that is not positive.
+bool blocksOf(int blockSize, pod::int64 offset, pod::int64 count, pod::uint64& first, pod::uint64& blocks) {
+  if (blockSize <= 0) return false;
+  first = static_cast<pod::uint64>(offset / blockSize);
+  blocks = static_cast<pod::uint64>(count / blockSize);
+  return true;
 }
 
 const pod::uint64 kUNMAPBlocksPerDescriptor = 0xFFFFFFFEu;
@@ -137,9 +141,8 @@ ata::TaskFile trimTaskFile() {
 
 pod::int64 scsiUNMAPWithoutException(impl::scsi::IOControl& io, i::id::type id, int blockSize, pod::int64 offset,
                               pod::int64 count, int timeout, int& status, int& senseLength) {
-  if (blockSize <= 0) return -1;
-  const pod::uint64 first = static_cast<pod::uint64>(offset / blockSize);
-  const pod::uint64 blocks = static_cast<pod::uint64>(count / blockSize);
+  pod::uint64 first, blocks;
+  if (!blocksOf(blockSize, offset, count, first, blocks)) return -1;
   std::vector<unsigned char> list(8 + 16 * kUNMAPDescriptorsPerCommand);
   for (pod::uint64 done = 0; done < blocks;) {
     int n = 0;
@@ -147,18 +150,18 @@ pod::int64 scsiUNMAPWithoutException(impl::scsi::IOControl& io, i::id::type id, 
       const pod::uint64 take = std::min(blocks - done, kUNMAPBlocksPerDescriptor);
       unsigned char* d = list.data() + 8 + 16 * n;
       std::memset(d, 0, 16);
-      putBigEndian(d, first + done, 8);
-      putBigEndian(d + 8, take, 4);
+      storeBigEndian(d, first + done, 8);
+      storeBigEndian(d + 8, take, 4);
       done += take;
     }
     const int parameters = 8 + 16 * n;
-    putBigEndian(list.data(), static_cast<pod::uint64>(16 * n + 6), 2);
-    putBigEndian(list.data() + 2, static_cast<pod::uint64>(16 * n), 2);
+    storeBigEndian(list.data(), static_cast<pod::uint64>(16 * n + 6), 2);
+    storeBigEndian(list.data() + 2, static_cast<pod::uint64>(16 * n), 2);
     std::memset(list.data() + 4, 0, 4);
     unsigned char* cdb = io.cdb();
     std::memset(cdb, 0, 32);
     cdb[0] = 0x42;  // UNMAP
-    putBigEndian(cdb + 7, static_cast<pod::uint64>(parameters), 2);
+    storeBigEndian(cdb + 7, static_cast<pod::uint64>(parameters), 2);
     int length = parameters;
     if (io.execute(1, id, 10, timeout, list.data(), length, status, senseLength) == 0 || status != 0 ||
         senseLength != 0) {
@@ -170,9 +173,8 @@ pod::int64 scsiUNMAPWithoutException(impl::scsi::IOControl& io, i::id::type id, 
 
 pod::int64 ataTRIMWithoutException(ata::IOControl& io, i::id::type id, int blockSize, pod::int64 offset, pod::int64 count,
                             int timeout, int& status, int& senseLength) {
-  if (blockSize <= 0) return -1;
-  const pod::uint64 first = static_cast<pod::uint64>(offset / blockSize);
-  const pod::uint64 blocks = static_cast<pod::uint64>(count / blockSize);
+  pod::uint64 first, blocks;
+  if (!blocksOf(blockSize, offset, count, first, blocks)) return -1;
   unsigned char payload[512];
   for (pod::uint64 done = 0; done < blocks;) {
     done += fillTRIMPayload(payload, first + done, blocks - done);
@@ -188,9 +190,8 @@ pod::int64 ataTRIMWithoutException(ata::IOControl& io, i::id::type id, int block
 
 pod::int64 ataOnSCSITRIMWithoutException(impl::scsi::IOControl& io, i::id::type id, int blockSize, pod::int64 offset,
                                   pod::int64 count, int timeout, int& status, int& senseLength) {
-  if (blockSize <= 0) return -1;
-  const pod::uint64 first = static_cast<pod::uint64>(offset / blockSize);
-  const pod::uint64 blocks = static_cast<pod::uint64>(count / blockSize);
+  pod::uint64 first, blocks;
+  if (!blocksOf(blockSize, offset, count, first, blocks)) return -1;
   unsigned char payload[512];
   for (pod::uint64 done = 0; done < blocks;) {
     done += fillTRIMPayload(payload, first + done, blocks - done);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include <quorel/sal/xio/impl/scsi/IOControl.inl>
+#include <quorel/util/byte.h>
 
 namespace quorel {
 namespace sal {
@@ -12,17 +13,7 @@ namespace impl {
 namespace fio {
 namespace scsi {
 
-namespace {
-
-// value's low `bytes` bytes, most significant first.
-void putBigEndian(unsigned char* at, pod::uint64 value, int bytes) {
-  for (int i = bytes - 1; i >= 0; --i) {
-    at[i] = static_cast<unsigned char>(value);
-    value >>= 8;
-  }
-}
-
-}  // namespace
+using util::byte::storeBigEndian;
 
 void build(bool write, unsigned char* cdb, pod::uint64 lba, pod::uint32 blocks, bool fua, bool protect, int cdbSize) {
   std::memset(cdb, 0, 32);
@@ -31,21 +22,21 @@ void build(bool write, unsigned char* cdb, pod::uint64 lba, pod::uint32 blocks, 
   if (cdbSize == 16) {
     cdb[0] = write ? 0x8A : 0x88;
     cdb[1] = flags;
-    putBigEndian(cdb + 2, lba, 8);
-    putBigEndian(cdb + 10, blocks, 4);
+    storeBigEndian(cdb + 2, lba, 8);
+    storeBigEndian(cdb + 10, blocks, 4);
   } else if (cdbSize == 32) {
     cdb[0] = 0x7F;   // variable-length command
     cdb[7] = 0x18;   // additional command length
     cdb[9] = write ? 0x0B : 0x09;  // service action
     cdb[10] = flags;
-    putBigEndian(cdb + 12, lba, 8);
-    putBigEndian(cdb + 20, lba & 0xffffffffu, 4);  // expected initial reference tag
-    putBigEndian(cdb + 28, blocks, 4);
+    storeBigEndian(cdb + 12, lba, 8);
+    storeBigEndian(cdb + 20, lba & 0xffffffffu, 4);  // expected initial reference tag
+    storeBigEndian(cdb + 28, blocks, 4);
   } else {
     cdb[0] = write ? 0x2A : 0x28;
     cdb[1] = flags;
-    putBigEndian(cdb + 2, lba & 0xffffffffu, 4);
-    putBigEndian(cdb + 7, blocks & 0xffffu, 2);
+    storeBigEndian(cdb + 2, lba & 0xffffffffu, 4);
+    storeBigEndian(cdb + 7, blocks & 0xffffu, 2);
   }
 }
 
