@@ -128,11 +128,22 @@ TEST(QuorelTool, SenseDecodesFixedAndDescriptorFormats) {
   EXPECT_EQ(run("explain 5 2").out, "domain 5: SCSI CDB error\ncode 2 (0x2): CHECK CONDITION\n");
 }
 
+TEST(QuorelTool, StatDescribesFilesAndDevices) {
+  const ToolRun r = run("stat /tmp /dev/null /nonexistent/quorel");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("/tmp\n  type        directory\n"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("/dev/null\n  type        character device\n  owner       --\n"), std::string::npos);
+  EXPECT_NE(r.out.find("  RC(10)      device I/O control failed for SCSI Read Capacity (10) - system call error:25"),
+            std::string::npos);
+  EXPECT_NE(r.out.find("  kernel      ::ioctl(BLKSSZGET) failed: "), std::string::npos);
+  EXPECT_NE(r.out.find("/nonexistent/quorel\n  exists      no\n"), std::string::npos);
+}
+
 TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
   for (const char* args : {"explain", "explain 2", "explain two 13", "explain 2 13x", "explain 2 0x",
                            "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate",
                            "uuid -1", "uuid many", "uuid 1 2", "version", "version 1..2", "addr 10.0.0.1",
-                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve", "cat", "cat --bs", "cat --bs 0 x", "cat --bs 1G x", "sense", "sense 7", "sense zz", "info now"}) {
+                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve", "cat", "cat --bs", "cat --bs 0 x", "cat --bs 1G x", "sense", "sense 7", "sense zz", "info now", "stat"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;
