@@ -41,17 +41,23 @@ void BM_TCPPutGet64K(benchmark::State& state) {
 }
 BENCHMARK(BM_TCPPutGet64K)->UseRealTime();
 
-// The same transfer with socket/connect/accept/send/recv by hand.
-void BM_RawSendRecv64K(benchmark::State& state) {
-  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+// Binds fd to 127.0.0.1 on a port the kernel chooses; returns that address.
+sockaddr_in bindLoopback(int fd) {
   sockaddr_in address;
   std::memset(&address, 0, sizeof address);
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  ::listen(listener, 1);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
   socklen_t length = sizeof address;
-  ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  return address;
+}
+
+// The same transfer with socket/connect/accept/send/recv by hand.
+void BM_RawSendRecv64K(benchmark::State& state) {
+  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address = bindLoopback(listener);
+  ::listen(listener, 1);
   const int client = ::socket(AF_INET, SOCK_STREAM, 0);
   ::connect(client, reinterpret_cast<sockaddr*>(&address), sizeof address);
   const int accepted = ::accept(listener, nullptr, nullptr);
@@ -102,13 +108,7 @@ BENCHMARK(BM_UDPSendReceive);
 void BM_RawSendtoRecvfrom(benchmark::State& state) {
   const int sender = ::socket(AF_INET, SOCK_DGRAM, 0);
   const int receiver = ::socket(AF_INET, SOCK_DGRAM, 0);
-  sockaddr_in address;
-  std::memset(&address, 0, sizeof address);
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(receiver, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  socklen_t length = sizeof address;
-  ::getsockname(receiver, reinterpret_cast<sockaddr*>(&address), &length);
+  sockaddr_in address = bindLoopback(receiver);
   char datagram[512] = {};
   sockaddr_in from;
   for (auto _ : state) {

@@ -46,21 +46,41 @@ class AINETAddress {
   Handle handle_;
 };
 
+// The wildcard addresses and resolver enumerations that TCP and UDP binding
+// addresses share; Transport is impl::inet::TCP or UDP.
+template <class Derived, impl::inet::transport Transport>
+class ABindingAddressOf : public AINETAddress {
+ public:
+  // The IPv4 or IPv6 wildcard on a port number or service name.
+  static Derived anyIPv4(unsigned short port) { return anyIPv4(std::to_string(port)); }
+  static Derived anyIPv6(unsigned short port) { return anyIPv6(std::to_string(port)); }
+  static Derived anyIPv4(const std::string& service) { return wildcard(service, AF_INET); }
+  static Derived anyIPv6(const std::string& service) { return wildcard(service, AF_INET6); }
+  // Appends the wildcard of every family the resolver offers, in its order.
+  static void fill(std::list<Derived>& addresses, const std::string& service) {
+    const sys::io::SocketAddressInfo info(nullptr, service.c_str(), 0, impl::inet::socketTypeFrom(Transport),
+                                          impl::inet::protocolFrom(Transport), true);
+    for (sys::io::SocketAddressInfo::Iterator it(info); !it.atEnd(); it.step()) {
+      addresses.push_back(Derived(Handle(impl::inet::newAddressFrom(*it.current()))));
+    }
+  }
+  static void fill(std::list<Derived>& addresses, unsigned short port) { fill(addresses, std::to_string(port)); }
+  static void fill(std::list<Derived>& addresses) { fill(addresses, "0"); }
+
+ protected:
+  explicit ABindingAddressOf(const Handle& handle) : AINETAddress(handle) {}
+  // The wildcard of a family on a service ("0" when empty).
+  static Derived wildcard(const std::string& service, int family) {
+    return Derived(Handle(impl::inet::newBindingAddress("", service, family, Transport)));
+  }
+};
+
 // Where a TCP server listens (or a client binds before connecting).
-class TCPBindingAddress : public AINETAddress {
+class TCPBindingAddress : public ABindingAddressOf<TCPBindingAddress, impl::inet::TCP> {
  public:
   // The IPv4 wildcard 0.0.0.0 on port.
-  explicit TCPBindingAddress(unsigned short port);
-  explicit TCPBindingAddress(const Handle& handle) : AINETAddress(handle) {}
-  // The IPv4 or IPv6 wildcard on a port number or service name.
-  static TCPBindingAddress anyIPv4(unsigned short port);
-  static TCPBindingAddress anyIPv6(unsigned short port);
-  static TCPBindingAddress anyIPv4(const std::string& service);
-  static TCPBindingAddress anyIPv6(const std::string& service);
-  // Appends the wildcard of every family the resolver offers, in its order.
-  static void fill(std::list<TCPBindingAddress>& addresses, const std::string& service);
-  static void fill(std::list<TCPBindingAddress>& addresses, unsigned short port);
-  static void fill(std::list<TCPBindingAddress>& addresses);
+  explicit TCPBindingAddress(unsigned short port) : TCPBindingAddress(anyIPv4(port)) {}
+  explicit TCPBindingAddress(const Handle& handle) : ABindingAddressOf(handle) {}
 };
 
 // Where a TCP client connects: IPv6 if the host text has a ':', else IPv4
@@ -73,17 +93,11 @@ class TCPConnectingAddress : public AINETAddress {
 };
 
 // Where a UDP socket is bound.
-class UDPBindingAddress : public AINETAddress {
+class UDPBindingAddress : public ABindingAddressOf<UDPBindingAddress, impl::inet::UDP> {
  public:
-  explicit UDPBindingAddress(unsigned short port);
-  explicit UDPBindingAddress(const Handle& handle) : AINETAddress(handle) {}
-  static UDPBindingAddress anyIPv4(unsigned short port);
-  static UDPBindingAddress anyIPv6(unsigned short port);
-  static UDPBindingAddress anyIPv4(const std::string& service);
-  static UDPBindingAddress anyIPv6(const std::string& service);
-  static void fill(std::list<UDPBindingAddress>& addresses, const std::string& service);
-  static void fill(std::list<UDPBindingAddress>& addresses, unsigned short port);
-  static void fill(std::list<UDPBindingAddress>& addresses);
+  // The IPv4 wildcard 0.0.0.0 on port.
+  explicit UDPBindingAddress(unsigned short port) : UDPBindingAddress(anyIPv4(port)) {}
+  explicit UDPBindingAddress(const Handle& handle) : ABindingAddressOf(handle) {}
 };
 
 // A UDP socket's peer: a destination, or where a datagram came from.
