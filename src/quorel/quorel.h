@@ -63,6 +63,7 @@
 #include <quorel/sal/xio/impl/desc.h>
 #include <quorel/sal/xio/Endpoint.h>
 #include <quorel/sal/xio/Stream.h>
+#include <quorel/sal/xio/Dispatcher.h>
 #include <quorel/sal/xio/scsi/sense.h>
 #include <quorel/sal/xio/scsi/IOControl.h>
 #include <quorel/sal/xio/impl/scsi/op.h>

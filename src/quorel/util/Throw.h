@@ -1,7 +1,11 @@
-// QUOREL_THROW: the one macro that throws library exceptions.
+// QUOREL_EXCEPTION: the one macro that builds library exceptions, and
+// QUOREL_THROW, which throws what it builds.
 //
 //   QUOREL_THROW(sys::Exception)("::fork() failed", domain::kSystemCall, error);
 //   QUOREL_THROW(xio::SCSIReadException)(why, domain::kSCSICDB, status, senseBytes);
+//
+//   // Handed to a handler instead of thrown:
+//   AIOCompletionException e = QUOREL_EXCEPTION(AIOCompletionException)(why, kSystemCall, error);
 //
 // The macro records the call site (the compiler's full signature of the
 // enclosing function, the source file relative to src/quorel/ and the line);
@@ -56,9 +60,11 @@ struct Thrower {
 }  // namespace util
 }  // namespace quorel
 
-#define QUOREL_THROW(Class)                                                                         \
-  throw ::quorel::util::site::Thrower<Class> {                                                     \
+#define QUOREL_EXCEPTION(Class)                                                                     \
+  ::quorel::util::site::Thrower<Class> {                                                           \
     __PRETTY_FUNCTION__, ::quorel::util::site::relative(__FILE__), __LINE__                         \
   }
+
+#define QUOREL_THROW(Class) throw QUOREL_EXCEPTION(Class)
 
 #endif

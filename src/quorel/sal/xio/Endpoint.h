@@ -68,6 +68,8 @@ class Endpoint {
   const std::string& name() const;
   std::string specString() const;
   const impl::AOpenSpec& key() const;
+  // The shared record (for requests, which read the identifier when they run).
+  const impl::Endpoint& record() const { return handle_.reference(); }
 
  private:
   Handle handle_;

@@ -23,7 +23,7 @@ typedef long long type;  // a signed byte offset
 // An option tag: which option group, which option in it and which state.
 // Options are set with tag types: spec.set<i::fopen::write::Enabled>().
 namespace option {
-enum group { kOpen, kFile, kIgnored };
+enum group { kOpen, kFile, kIgnored, kMux, kUnsupported };
 enum state { kUnspecified = 0, kEnabled = 1, kDisabled = 2, kAppend = 1, kTruncate = 2 };
 template <int Group, int Option, int State>
 struct Tag {
@@ -126,6 +126,85 @@ struct mac {
 };
 
 }  // namespace fopen
+
+// The options of a dispatcher's mux::Spec: fourteen words, each tag naming a
+// word and the value it sets. Two-state words hold 0 for Enabled and 1 for
+// Disabled.
+namespace mux {
+
+enum word {
+  kType, kPOSIXRT, kPOSIXFSync, kTCP, kUDP, kSCSI, kSCSIExtended, kSCSIFUA, kSCSIT10PI, kSCSICDBSize,
+  kSCSIUNMAP, kATATrim, kATAOnSCSI, kWinIOCP, kCount
+};
+enum { kEnabled = 0, kDisabled = 1 };
+
+template <int Word, int Value>
+struct Tag {
+  static constexpr int group = option::kMux;
+  static constexpr int index = Word;
+  static constexpr int value = Value;
+};
+template <int Word>
+struct Switch {
+  typedef Tag<Word, kEnabled> Enabled;
+  typedef Tag<Word, kDisabled> Disabled;
+};
+// A type other platforms offer: setting it fails.
+template <int Value>
+struct Unsupported {
+  static constexpr int group = option::kUnsupported;
+  static constexpr int index = kType;
+  static constexpr int value = Value;
+};
+
+// Which dispatcher Dispatcher::create builds: Sync or Async on this platform.
+namespace type {
+typedef Tag<kType, 0> NULLSync;
+typedef Tag<kType, 1> MemSync;
+typedef Tag<kType, 2> Sync;
+typedef Tag<kType, 3> Async;
+typedef Tag<kType, 4> Select;
+struct KQueue : Unsupported<5> {
+  static const char* name() { return "KQueue"; }
+};
+struct DevPoll : Unsupported<6> {
+  static const char* name() { return "DevPoll"; }
+};
+}  // namespace type
+
+struct posix {
+  struct rt : Switch<kPOSIXRT> {};
+  struct fsync : Switch<kPOSIXFSync> {};
+};
+// Synchronous requests on a TCP or UDP socket move all their bytes.
+struct tcp : Switch<kTCP> {};
+struct udp : Switch<kUDP> {};
+// Synchronous reads and writes as SCSI commands through SG_IO; writes as
+// UNMAP of the request's range with unmap.
+struct scsi : Switch<kSCSI> {
+  struct extended : Switch<kSCSIExtended> {};  // the version-4 (bsg) header
+  struct fua : Switch<kSCSIFUA> {};            // Force Unit Access
+  struct t10pi : Switch<kSCSIT10PI> {};        // the device checks protection information
+  typedef Tag<kSCSICDBSize, 0> rw10;           // the default
+  typedef Tag<kSCSICDBSize, 1> rw16;
+  typedef Tag<kSCSICDBSize, 2> rw32;
+  struct unmap : Switch<kSCSIUNMAP> {};
+};
+// Synchronous writes as ATA TRIM of the request's range, directly or (onscsi)
+// inside SCSI ATA PASS-THROUGH.
+struct ata {
+  struct trim : Switch<kATATrim> {};
+  struct onscsi : Switch<kATAOnSCSI> {};
+};
+struct winiocp : Switch<kWinIOCP> {};  // kept, not used on this platform
+
+}  // namespace mux
+
+// The operation of a request.
+namespace op {
+struct Read {};
+struct Write {};
+}  // namespace op
 
 // The standard handles.
 namespace stdfd {

@@ -54,6 +54,16 @@ int read(i::id::type id, void* buffer, int size, i::offset::type offset);
 int write(i::id::type id, const void* buffer, int size, i::offset::type offset);
 // lseek64; throws SeekException "::lseek() failed".
 i::offset::type seek(i::id::type id, i::offset::type offset, int whence);
+
+// The same positioned calls for paths that report failures themselves: the
+// count, or the negated errno.
+int readAt(i::id::type id, void* buffer, int size, i::offset::type offset);
+int writeAt(i::id::type id, const void* buffer, int size, i::offset::type offset);
+// Socket transfers that loop until size bytes have moved (a signal restarts
+// the call): the count, short only when the peer closed, or the negated
+// errno of the failed recv/send. Sending never raises SIGPIPE.
+int receiveAll(i::id::type id, void* buffer, int size);
+int sendAll(i::id::type id, const void* buffer, int size);
 }  // namespace fio
 
 namespace fop {

@@ -3,6 +3,7 @@
 #include <quorel/sal/xio/impl/desc.h>
 
 #include <errno.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <quorel/sal/xio/Exception.h>
@@ -35,22 +36,55 @@ int write(i::id::type id, const void* buffer, int size) {
   return static_cast<int>(count);
 }
 
-int read(i::id::type id, void* buffer, int size, i::offset::type offset) {
+int readAt(i::id::type id, void* buffer, int size, i::offset::type offset) {
   const ssize_t count = ::pread64(static_cast<int>(id), buffer, static_cast<size_t>(size), offset);
-  if (count < 0) {
-    const int error = errno;
-    QUOREL_THROW(ReadException)("::pread() failed", kSystemCall, error);
-  }
-  return static_cast<int>(count);
+  return count < 0 ? -errno : static_cast<int>(count);
+}
+
+int writeAt(i::id::type id, const void* buffer, int size, i::offset::type offset) {
+  const ssize_t count = ::pwrite64(static_cast<int>(id), buffer, static_cast<size_t>(size), offset);
+  return count < 0 ? -errno : static_cast<int>(count);
+}
+
+int read(i::id::type id, void* buffer, int size, i::offset::type offset) {
+  const int count = readAt(id, buffer, size, offset);
+  if (count < 0) QUOREL_THROW(ReadException)("::pread() failed", kSystemCall, -count);
+  return count;
 }
 
 int write(i::id::type id, const void* buffer, int size, i::offset::type offset) {
-  const ssize_t count = ::pwrite64(static_cast<int>(id), buffer, static_cast<size_t>(size), offset);
-  if (count < 0) {
-    const int error = errno;
-    QUOREL_THROW(WriteException)("::pwrite() failed", kSystemCall, error);
+  const int count = writeAt(id, buffer, size, offset);
+  if (count < 0) QUOREL_THROW(WriteException)("::pwrite() failed", kSystemCall, -count);
+  return count;
+}
+
+int receiveAll(i::id::type id, void* buffer, int size) {
+  char* at = static_cast<char*>(buffer);
+  int done = 0;
+  while (done < size) {
+    const ssize_t count = ::recv(static_cast<int>(id), at + done, static_cast<size_t>(size - done), 0);
+    if (count == 0) break;  // the peer closed
+    if (count < 0) {
+      if (errno == EINTR) continue;
+      return -errno;
+    }
+    done += static_cast<int>(count);
   }
-  return static_cast<int>(count);
+  return done;
+}
+
+int sendAll(i::id::type id, const void* buffer, int size) {
+  const char* at = static_cast<const char*>(buffer);
+  int done = 0;
+  while (done < size) {
+    const ssize_t count = ::send(static_cast<int>(id), at + done, static_cast<size_t>(size - done), MSG_NOSIGNAL);
+    if (count < 0) {
+      if (errno == EINTR) continue;
+      return -errno;
+    }
+    done += static_cast<int>(count);
+  }
+  return done;
 }
 
 i::offset::type seek(i::id::type id, i::offset::type offset, int whence) {

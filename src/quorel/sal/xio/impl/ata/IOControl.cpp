@@ -102,9 +102,13 @@ namespace {
 
 using util::byte::storeBigEndian;
 
-// The blocks of a byte range: false for a block size that is not positive.
+// The blocks of a byte range: false (errno EINVAL) for a block size that is
+// not positive.
 bool blocksOf(int blockSize, pod::int64 offset, pod::int64 count, pod::uint64& first, pod::uint64& blocks) {
-  if (blockSize <= 0) return false;
+  if (blockSize <= 0) {
+    errno = EINVAL;
+    return false;
+  }
   first = static_cast<pod::uint64>(offset / blockSize);
   blocks = static_cast<pod::uint64>(count / blockSize);
   return true;

@@ -68,7 +68,8 @@ namespace fio {
 // range into as many commands as their limits need. Each returns count when
 // every block is covered, 0 for a zero count, or -1 at the first failure
 // (then status and senseLength hold the SCSI status and sense length, or
-// for ATA the status and error registers).
+// for ATA the status and error registers; errno is EINVAL for a block size
+// that is not positive).
 //
 // SCSI UNMAP: up to 4095 descriptors of at most 0xFFFFFFFE blocks per command.
 pod::int64 scsiUNMAPWithoutException(impl::scsi::IOControl& io, i::id::type id, int blockSize, pod::int64 offset,

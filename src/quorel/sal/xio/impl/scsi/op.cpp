@@ -1,6 +1,8 @@
 // READ/WRITE command blocks and their execution.
 #include <quorel/sal/xio/impl/scsi/op.h>
 
+#include <errno.h>
+
 #include <cstring>
 
 #include <quorel/sal/xio/impl/scsi/IOControl.inl>
@@ -42,7 +44,10 @@ void build(bool write, unsigned char* cdb, pod::uint64 lba, pod::uint32 blocks, 
 
 int op(bool write, impl::scsi::IOControl& io, i::id::type id, void* buffer, int count, int blockSize,
        pod::int64 offset, bool fua, bool protect, int timeout, int& status, int& senseLength, int cdbSize) {
-  if (blockSize <= 0) return -1;
+  if (blockSize <= 0) {
+    errno = EINVAL;
+    return -1;
+  }
   const pod::uint64 lba = static_cast<pod::uint64>(offset / blockSize);
   const pod::uint32 blocks = static_cast<pod::uint32>(count / blockSize);
   build(write, io.cdb(), lba, blocks, fua, protect, cdbSize);

@@ -16,7 +16,7 @@ namespace scsi {
 // form keeps only the low 32 bits of the LBA and 16 of the count), with
 // Force Unit Access and protection checking as asked, and sends it. Returns
 // the bytes transferred, or -1 if the ioctl failed, the status is not 0,
-// sense bytes came back, or the block size is not positive.
+// sense bytes came back, or the block size is not positive (errno EINVAL).
 int op(bool write, impl::scsi::IOControl& io, i::id::type id, void* buffer, int count, int blockSize,
        pod::int64 offset, bool fua, bool protect, int timeout, int& status, int& senseLength, int cdbSize);
 

@@ -1,0 +1,215 @@
+// The asynchronous dispatcher: each request goes to the kernel's native AIO
+// context on submission (one io_submit each), and the owner thread collects
+// completions with io_getevents.
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <vector>
+
+#include <quorel/sal/sys/time.h>
+#include <quorel/sal/xio/Dispatcher.h>
+#include <quorel/sal/xio/impl/aio.inl>
+#include <quorel/util/Throw.h>
+
+namespace quorel {
+namespace sal {
+namespace xio {
+namespace impl {
+
+// The owner thread and the signal that interrupts its waits.
+template <class R>
+class APOSIXAIODispatcherOf {
+ public:
+  static const int kInterruptSignal = SIGABRT;  // 6
+
+  explicit APOSIXAIODispatcherOf(const mux::Spec& spec)
+      : owner_(::pthread_self()), signal_(kInterruptSignal), spec_(spec), inFlight_(0), held_(0),
+        locked_(false), interrupted_(false) {
+    sigfillset(&signalSet_);
+    sigdelset(&signalSet_, signal_);
+  }
+
+  const mux::Spec& muxSpec() const { return spec_; }
+  int pending() const { return inFlight_ + held_; }
+
+  // The calling thread becomes the owner and lets only the interrupt signal
+  // through.
+  void lock() {
+    owner_ = ::pthread_self();
+    aio::setMask(signalSet_, previousMask_);
+    locked_ = true;
+  }
+  // Restores the mask that lock() replaced (call it on the thread that locked).
+  void unlock() {
+    if (!locked_) return;
+    sigset_t replaced;
+    aio::setMask(previousMask_, replaced);
+    locked_ = false;
+  }
+
+  void interrupt() {
+    if (::pthread_equal(::pthread_self(), owner_)) return;
+    // The signal's default action would end the process.
+    if (!aio::handled(signal_)) aio::catchWithoutRestart(signal_);
+    interrupted_.store(true);
+    aio::send(owner_, signal_);
+  }
+
+ protected:
+  // True once for each interrupt() since the owner last asked.
+  bool interrupted() { return interrupted_.exchange(false); }
+  void forgetInterrupts() { interrupted_.store(false); }
+
+  pthread_t owner_;
+  int signal_;
+  sigset_t signalSet_;
+  mux::Spec spec_;
+  int inFlight_;  // in the kernel
+  int held_;      // held here: count -1, completed with -666
+  sigset_t previousMask_;
+  bool locked_;
+  std::atomic<bool> interrupted_;
+};
+
+template <class R>
+class AAIOPollDispatcherOf : public APOSIXAIODispatcherOf<R> {
+  typedef APOSIXAIODispatcherOf<R> Base;
+  typedef ADispatcherUsing<AAIOPollDispatcherOf> Using;
+
+ public:
+  static const int kEvents = 4096;  // collected per io_getevents at most
+
+  // Sets up a kernel context of depth requests (io_setup's result is not
+  // examined: without a context every submission fails, and the handler is
+  // told).
+  AAIOPollDispatcherOf(const mux::Spec& spec, int depth) : Base(spec), context_(0), inWait_(false) {
+    aio::setup(static_cast<unsigned int>(depth), &context_);
+    heldList_.reserve(16);
+    dispatching_.reserve(16);
+  }
+  ~AAIOPollDispatcherOf() {
+    if (context_ != 0) aio::destroy(context_);
+  }
+  AAIOPollDispatcherOf(const AAIOPollDispatcherOf&) = delete;
+  AAIOPollDispatcherOf& operator=(const AAIOPollDispatcherOf&) = delete;
+
+  bool queue(R& request) {
+    if (request.noTransfer()) {
+      ++this->held_;
+      heldList_.push_back(&request);
+      return true;
+    }
+    iocb* block = &request.current->block;
+    block->aio_fildes = request.endpointID();
+    if (aio::submit(context_, 1, &block) < 0) {
+      const int error = errno;
+      AIORequestException e = QUOREL_EXCEPTION(AIORequestException)(
+          request.reading() ? "::io_submit() failed for read" : "::io_submit() failed for write",
+          sal::i::err::domain::kSystemCall, error);
+      request.handler().on(e, request.origin());
+      return false;
+    }
+    ++this->inFlight_;
+    return true;
+  }
+
+  // Completes requests until none is outstanding, or until io_getevents
+  // fails (an interrupt).
+  void wait() {
+    InWait scope(inWait_);
+    this->forgetInterrupts();
+    while (this->inFlight_ + this->held_ >= 1) {
+      dispatchHeld();
+      if (this->inFlight_ == 0) continue;
+      if (this->interrupted()) break;
+      const int collected = aio::getEvents(context_, 1, kEvents, events_, nullptr);
+      if (collected < 0) break;
+      dispatch(collected);
+    }
+  }
+
+  // Completes the held requests, then makes one collection of at most the
+  // given time if anything is in the kernel.
+  void waitFor(unsigned long long milliseconds) {
+    InWait scope(inWait_);
+    timespec timeout;
+    const unsigned long long kLongest = 2147483647000ULL;  // what a 32-bit time_t holds
+    sys::time::milli::to(timeout, static_cast<long long>(milliseconds < kLongest ? milliseconds : kLongest));
+    dispatchHeld();
+    if (this->inFlight_ == 0) return;
+    const int collected = aio::getEvents(context_, 1, kEvents, events_, &timeout);
+    if (collected > 0) dispatch(collected);
+  }
+
+  // Requests are performed by queue() itself; their contexts complete here.
+  void prepare(R& request) const {
+    request.read.perform = nullptr;
+    request.read.complete = completeRead;
+    request.write.perform = nullptr;
+    request.write.complete = completeWrite;
+  }
+
+ private:
+  static void completeRead(R& r, int result) { complete(r, i::op::Read(), result, "error in read completion"); }
+  static void completeWrite(R& r, int result) { complete(r, i::op::Write(), result, "error in write completion"); }
+
+  // Sets the in-wait flag for a scope and restores its former value.
+  class InWait {
+   public:
+    explicit InWait(bool& flag) : flag_(flag), previous_(flag) { flag_ = true; }
+    ~InWait() { flag_ = previous_; }
+
+   private:
+    bool& flag_;
+    bool previous_;
+  };
+
+  template <class Op>
+  static void complete(R& r, Op op, int result, const char* why) {
+    AAIOPollDispatcherOf& d = Using::of(r);
+    if (result == kHeldResult) {
+      --d.held_;
+    } else {
+      --d.inFlight_;
+      if (result < 0) {
+        errno = -result;
+        AIOCompletionException e =
+            QUOREL_EXCEPTION(AIOCompletionException)(why, sal::i::err::domain::kSystemCall, -result);
+        r.handler().on(e, r.origin());
+        return;
+      }
+    }
+    r.handler().on(op, result, r.origin());
+  }
+
+  // Completes the held requests in the order they came; requests held by
+  // their handlers meanwhile wait for the next round.
+  void dispatchHeld() {
+    if (heldList_.empty()) return;
+    dispatching_.swap(heldList_);
+    for (R* r : dispatching_) r->current->complete(*r, kHeldResult);
+    dispatching_.clear();
+  }
+
+  void dispatch(int collected) {
+    for (int n = 0; n < collected; ++n) {
+      const io_event& event = events_[n];
+      R& r = *reinterpret_cast<R*>(static_cast<pod::uintptr>(event.data));
+      Context& context = reinterpret_cast<iocb*>(static_cast<pod::uintptr>(event.obj)) == &r.read.block ? r.read
+                                                                                                      : r.write;
+      context.complete(r, static_cast<int>(event.res));
+    }
+  }
+
+  aio_context_t context_;
+  bool inWait_;
+  io_event events_[kEvents];
+  std::vector<R*> heldList_;
+  std::vector<R*> dispatching_;
+};
+
+}  // namespace impl
+}  // namespace xio
+}  // namespace sal
+}  // namespace quorel
