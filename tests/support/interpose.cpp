@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <pthread.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/time.h>
 #include <time.h>
@@ -123,6 +124,32 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
   return reinterpret_cast<int (*)(int, unsigned long, ...)>(point_ioctl.real())(fd, request, argument);
 }
 
+// syscall is variadic: six long arguments are read and passed on (the
+// callers that do not pass them all leave the rest unused). A stand-in has
+// the type long (*)(long, long, long, long, long, long, long).
+namespace {
+::quorel::test::fault::Point point_syscall("syscall");
+::quorel::test::fault::Registration registration_syscall(point_syscall);
+}  // namespace
+extern "C" long syscall(long number, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, number);
+  long a[6];
+  for (long& argument : a) argument = va_arg(arguments, long);
+  va_end(arguments);
+  void* caller = __builtin_return_address(0);
+  if (void* standIn = point_syscall.standIn(caller)) {
+    return reinterpret_cast<long (*)(long, long, long, long, long, long, long)>(standIn)(number, a[0], a[1], a[2],
+                                                                                         a[3], a[4], a[5]);
+  }
+  int error = 0;
+  if (point_syscall.fires(caller, error)) {
+    errno = error;
+    return -1;
+  }
+  return reinterpret_cast<long (*)(long, ...)>(point_syscall.real())(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+}
+
 // ThreadSanitizer calls several of these while it starts, before it can run
 // instrumented code: a definition here would take those calls. Its build
 // leaves them out and the tests that need them skip.
@@ -147,6 +174,10 @@ QUOREL_INTERPOSE_PTHREAD(pthread_setspecific, (pthread_key_t k, const void* v), 
 QUOREL_INTERPOSE_PTHREAD(pthread_attr_init, (pthread_attr_t* a), (a), true)
 QUOREL_INTERPOSE_PTHREAD(pthread_attr_setdetachstate, (pthread_attr_t* a, int s), (a, s), true)
 QUOREL_INTERPOSE_PTHREAD(pthread_attr_setstacksize, (pthread_attr_t* a, size_t s), (a, s), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_sigmask, (int how, const sigset_t* set, sigset_t* old), (how, set, old), true)
+QUOREL_INTERPOSE_PTHREAD(pthread_kill, (pthread_t t, int s), (t, s), true)
+QUOREL_INTERPOSE(int, sigaction, (int s, const struct sigaction* action, struct sigaction* old), (s, action, old),
+                 true, { errno = error; return -1; })
 QUOREL_INTERPOSE_PTHREAD(pthread_create,
                          (pthread_t* t, const pthread_attr_t* a, void* (*f)(void*), void* arg), (t, a, f, arg),
                          true)

@@ -151,8 +151,10 @@ class ASIODispatcherOf {
     });
   }
 
+  // A request that moved nothing completes with its sentinel like any
+  // other completion.
   static void completeRead(R& r, int result) {
-    if (result >= 0) {
+    if (result >= 0 || result == kHeldResult) {
       r.handler().on(i::op::Read(), result, r.origin());
       return;
     }
@@ -179,7 +181,7 @@ class ASIODispatcherOf {
   }
 
   static void completeWrite(R& r, int result) {
-    if (result >= 0) {
+    if (result >= 0 || result == kHeldResult) {
       r.handler().on(i::op::Write(), result, r.origin());
       return;
     }

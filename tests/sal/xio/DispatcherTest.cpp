@@ -1,0 +1,826 @@
+// Dispatchers: the option words, the synchronous dispatcher's paths and
+// misuse, and the native AIO dispatcher's submissions, completions, waits and
+// interrupts.
+#include <fcntl.h>
+#include <scsi/sg.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <typeinfo>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <quorel/quorel.h>
+
+#include "support/expect.h"
+#include "support/fault.h"
+#include "support/loopback.h"
+#include "support/process.h"
+
+namespace quorel {
+namespace {
+
+using namespace sal::xio;
+namespace fo = sal::xio::i::fopen;
+namespace mx = sal::xio::i::mux;
+using sal::i::err::domain::kApplication;
+using sal::i::err::domain::kSCSICDB;
+using sal::i::err::domain::kSystemCall;
+
+// Everything a handler was told, in order.
+struct Event {
+  std::string slot;
+  int result;
+  unsigned int id;
+  const Request* request;
+  const std::type_info* type;         // of a failure
+  std::shared_ptr<quorel::Exception> failure;
+};
+
+class Recorder : public AHandler {
+ public:
+  void on(i::op::Read, int result, Request& request) override { add("read", result, request); }
+  void on(i::op::Write, int result, Request& request) override { add("write", result, request); }
+  void on(AIOCompletionException& e, Request& request) override { fail("completion-failed", e, request); }
+  void on(AIORequestException& e, Request& request) override { fail("submission-failed", e, request); }
+  void on(AIOCancellationException& e, Request& request) override { fail("cancelled", e, request); }
+  void on(ReadException& e, Request& request) override { fail("read-failed", e, request); }
+  void on(WriteException& e, Request& request) override { fail("write-failed", e, request); }
+
+  std::vector<Event> events;
+
+ private:
+  void add(const char* slot, int result, Request& request) {
+    events.push_back({slot, result, request.id(), &request, nullptr, nullptr});
+  }
+  template <class E>
+  void fail(const char* slot, E& e, Request& request) {
+    events.push_back({slot, 0, request.id(), &request, &typeid(e), std::make_shared<E>(e)});
+  }
+};
+
+// Checks that the one event is a failure of class E in slot with these fields.
+template <class E>
+void expectFailure(const std::vector<Event>& events, const char* slot, const std::string& why, int domain, int code) {
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].slot, slot);
+  ASSERT_TRUE(events[0].failure);
+  EXPECT_TRUE(*events[0].type == typeid(E)) << events[0].type->name();
+  test::expectFields(*events[0].failure, why, domain, code);
+}
+
+mux::Spec syncSpec() {
+  mux::Spec spec;
+  spec.set<mx::type::Sync>();
+  return spec;
+}
+mux::Spec asyncSpec() {
+  mux::Spec spec;
+  spec.set<mx::type::Async>();
+  return spec;
+}
+
+// A scratch file removed at the end of the test.
+struct ScratchFile {
+  std::string path = "/tmp/quorel-dispatch-" + std::to_string(::getpid()) + "-" +
+                     ::testing::UnitTest::GetInstance()->current_test_info()->name();
+  ~ScratchFile() { ::unlink(path.c_str()); }
+
+  Endpoint open(bool read, bool write, bool direct = false) const {
+    fopen::Spec spec;
+    if (read) spec.set<fo::read::Enabled>();
+    if (write) spec.set<fo::write::Enabled>().set<fo::write::create::Enabled>();
+    if (direct) spec.set<fo::lin::direct::Enabled>();
+    return Endpoint::open(path, spec);
+  }
+  void fill(const std::string& text) const {
+    File file(open(false, true));
+    file.write(text.data(), static_cast<int>(text.size()), 0);
+  }
+};
+
+// ---------------------------------------------------------------- mux::Spec
+
+TEST(MuxSpec, DefaultsEveryWordAndSharedOrClonedRecords) {
+  mux::Spec spec;
+  const impl::mux::Spec& words = spec.key();
+  EXPECT_EQ(words.words[mx::kType], -1);  // no type
+  EXPECT_EQ(words.words[mx::kPOSIXRT], 0);
+  for (int word : {mx::kPOSIXFSync, mx::kTCP, mx::kUDP, mx::kSCSI, mx::kSCSIExtended, mx::kSCSIFUA, mx::kSCSIT10PI,
+                   mx::kSCSIUNMAP, mx::kATATrim, mx::kATAOnSCSI, mx::kWinIOCP}) {
+    EXPECT_EQ(words.words[word], 1) << "word " << word;
+  }
+  EXPECT_EQ(words.words[mx::kSCSICDBSize], 0);
+  EXPECT_TRUE(spec.is<mx::posix::rt::Enabled>());
+  EXPECT_TRUE(spec.is<mx::scsi::rw10>());
+  EXPECT_FALSE(spec.is<mx::type::Sync>());
+  EXPECT_FALSE(spec.is<mx::type::DevPoll>());
+
+  // 0 means Enabled; each tag writes its own word.
+  mux::Spec shared = spec;
+  spec.set<mx::type::Async>().set<mx::tcp::Enabled>().set<mx::scsi::rw32>().set<mx::ata::onscsi::Enabled>();
+  spec.set<mx::posix::rt::Disabled>().set<mx::winiocp::Enabled>();
+  EXPECT_TRUE(shared.is<mx::type::Async>());
+  EXPECT_EQ(shared.key().words[mx::kType], 3);
+  EXPECT_EQ(shared.key().words[mx::kTCP], 0);
+  EXPECT_EQ(shared.key().words[mx::kSCSICDBSize], 2);
+  EXPECT_EQ(shared.key().words[mx::kATAOnSCSI], 0);
+  EXPECT_EQ(shared.key().words[mx::kPOSIXRT], 1);
+  EXPECT_EQ(shared.key().words[mx::kWinIOCP], 0);
+
+  mux::Spec copy = spec.clone();
+  spec.set<mx::scsi::rw16>().set<mx::type::Select>();
+  EXPECT_TRUE(copy.is<mx::scsi::rw32>());
+  EXPECT_TRUE(copy.is<mx::type::Async>());
+  EXPECT_TRUE(spec.is<mx::scsi::rw16>());
+  EXPECT_EQ(spec.key().words[mx::kType], 4);
+}
+
+TEST(MuxSpec, TypesOfOtherPlatformsAreRefusedAndChangeNothing) {
+  mux::Spec spec = syncSpec();
+  auto e = QUOREL_EXPECT_THROW(spec.set<mx::type::DevPoll>(), OperationNotSupportedException,
+                               "the multiplexer type 'DevPoll' is not supported on this platform", kApplication, 0);
+  QUOREL_EXPECT_THROW(spec.set<mx::type::KQueue>(), OperationNotSupportedException,
+                      "the multiplexer type 'KQueue' is not supported on this platform", kApplication, 0);
+  EXPECT_TRUE(spec.is<mx::type::Sync>());
+}
+
+TEST(Dispatcher, OnlySyncAndAsyncTypesAndAPositiveDepthCreateADispatcher) {
+  mux::Spec spec;  // no type
+  QUOREL_EXPECT_THROW(Dispatcher::create(spec, 1), InvalidArgumentException,
+                      "the mux spec does not specify a valid type", kApplication, 0);
+  for (auto set : {+[](mux::Spec& s) { s.set<mx::type::NULLSync>(); }, +[](mux::Spec& s) { s.set<mx::type::MemSync>(); },
+                   +[](mux::Spec& s) { s.set<mx::type::Select>(); }}) {
+    set(spec);
+    QUOREL_EXPECT_THROW(Dispatcher::create(spec, 1), InvalidArgumentException,
+                        "the mux spec does not specify a valid type", kApplication, 0);
+  }
+  QUOREL_EXPECT_THROW(Dispatcher::create(asyncSpec(), 0), InvalidArgumentException,
+                      "the queue depth must be at least 1", kApplication, 0);
+  EXPECT_EQ(Dispatcher::create(syncSpec(), 0).pending(), 0);
+  EXPECT_EQ(Dispatcher::create(asyncSpec(), 8).muxSpec().words[mx::kType], 3);
+
+  Dispatcher none;
+  EXPECT_THROW(none.wait(), NULLDereferenceException);
+}
+
+// ---------------------------------------------------------------- synchronous
+
+TEST(SyncDispatcher, MisuseIsRefusedWithItsMessages) {
+  ScratchFile file;
+  file.fill("0123456789");
+  Dispatcher dispatcher = Dispatcher::create(syncSpec(), 1);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
+  char buffer[4];
+
+  QUOREL_EXPECT_THROW(request->submit(), sal::xio::Exception, "the request is not armed for a read or a write",
+                      kApplication, 0);
+  QUOREL_EXPECT_THROW(dispatcher.wait(), sal::xio::Exception, "no pending synchronous I/O to wait on", kApplication, 0);
+  EXPECT_TRUE(request->submit(i::op::Read(), buffer, 4, 0));
+  EXPECT_EQ(dispatcher.pending(), 1);
+  QUOREL_EXPECT_THROW(request->submit(), sal::xio::Exception, "cannot queue multiple synchronous I/O requests",
+                      kApplication, 0);
+  dispatcher.waitFor(0);  // performs the one pending request
+  EXPECT_EQ(dispatcher.pending(), 0);
+  ASSERT_EQ(handler.events.size(), 1u);
+  EXPECT_EQ(handler.events[0].result, 4);
+  QUOREL_EXPECT_THROW(dispatcher.waitFor(10), sal::xio::Exception, "no pending synchronous I/O to wait on",
+                      kApplication, 0);
+  dispatcher.lock();  // nothing to do for the synchronous kind
+  dispatcher.interrupt();
+  dispatcher.unlock();
+}
+
+TEST(SyncDispatcher, ReadsAndWritesAtOffsetsShortAtTheEndOfTheFile) {
+  ScratchFile file;
+  file.fill("abcdefghij");
+  Dispatcher dispatcher = Dispatcher::create(syncSpec(), 1);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
+  request->setID(7);
+
+  char buffer[8] = {};
+  request->submit(i::op::Read(), buffer, 3, 4);
+  dispatcher.wait();
+  EXPECT_EQ(std::string(buffer, 3), "efg");
+
+  request->submit(i::op::Write(), const_cast<char*>("XY"), op::Spec(2, 8));
+  dispatcher.wait();
+  request->setFor(i::op::Read(), buffer, op::Spec(8, 6));  // 4 bytes are left
+  request->submit();
+  dispatcher.wait();
+  EXPECT_EQ(std::string(buffer, 4), "ghXY");
+  request->submit(i::op::Read(), buffer, 8, 100);  // past the end
+  dispatcher.wait();
+
+  ASSERT_EQ(handler.events.size(), 4u);
+  const int expected[] = {3, 2, 4, 0};
+  const char* slots[] = {"read", "write", "read", "read"};
+  for (int n = 0; n < 4; ++n) {
+    EXPECT_EQ(handler.events[n].slot, slots[n]);
+    EXPECT_EQ(handler.events[n].result, expected[n]);
+    EXPECT_EQ(handler.events[n].id, 7u);
+    EXPECT_EQ(handler.events[n].request, request.get());
+  }
+}
+
+TEST(SyncDispatcher, ACountOfAllOnesCompletesWithTheSentinelWithoutIO) {
+  ScratchFile file;
+  file.fill("abc");
+  Dispatcher dispatcher = Dispatcher::create(syncSpec(), 1);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
+  test::fault::Injection never("pread64", EIO, 1000000);
+  test::fault::Injection neverWrite("pwrite64", EIO, 1000000);
+  request->submit(i::op::Read(), nullptr, -1, 0);
+  dispatcher.wait();
+  request->submit(i::op::Write(), nullptr, -1, 0);
+  dispatcher.wait();
+  EXPECT_EQ(test::fault::calls("pread64"), 0);
+  EXPECT_EQ(test::fault::calls("pwrite64"), 0);
+  ASSERT_EQ(handler.events.size(), 2u);
+  EXPECT_EQ(handler.events[0].slot, "read");
+  EXPECT_EQ(handler.events[0].result, -666);
+  EXPECT_EQ(handler.events[1].slot, "write");
+  EXPECT_EQ(handler.events[1].result, -666);
+}
+
+TEST(SyncDispatcher, FailedReadsAndWritesReachTheirSlots) {
+  ScratchFile file;
+  file.fill("abc");
+  Dispatcher dispatcher = Dispatcher::create(syncSpec(), 1);
+  char buffer[4];
+  {
+    Recorder handler;
+    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(false, true)));
+    request->submit(i::op::Read(), buffer, 3, 0);  // write-only descriptor
+    dispatcher.wait();
+    expectFailure<ReadException>(handler.events, "read-failed", "::pread() failed", kSystemCall, EBADF);
+  }
+  {
+    Recorder handler;
+    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
+    request->submit(i::op::Write(), buffer, 3, 0);  // read-only descriptor
+    dispatcher.wait();
+    expectFailure<WriteException>(handler.events, "write-failed", "::pwrite() failed", kSystemCall, EBADF);
+  }
+}
+
+TEST(SyncDispatcher, SocketRequestsMoveEveryByteAndReportRecvAndSendFailures) {
+  sal::io::TCPServerSocket server(test::loopbackBinding(AF_INET), false);
+  Endpoint client = Endpoint::open(test::loopbackBinding(AF_INET, 0),
+                                   sal::io::TCPConnectingAddress("127.0.0.1", server.selfAddress().port()));
+  sal::io::ATCPIOSocket peer = server.accept(5000);
+
+  mux::Spec spec = syncSpec();
+  spec.set<mx::tcp::Enabled>();
+  Dispatcher dispatcher = Dispatcher::create(spec, 1);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, client));
+
+  // 1 MiB both ways: more than one recv/send moves.
+  std::vector<char> out(1 << 20), in(1 << 20);
+  for (size_t n = 0; n < out.size(); ++n) out[n] = static_cast<char>(n * 7);
+  std::thread echo([&peer, &out] {
+    std::vector<char> got(out.size());
+    for (int done = 0; done < static_cast<int>(got.size());) done += peer.get(got.data() + done, static_cast<int>(got.size()) - done);
+    for (int done = 0; done < static_cast<int>(got.size());) done += peer.put(got.data() + done, static_cast<int>(got.size()) - done);
+  });
+  request->submit(i::op::Write(), out.data(), static_cast<int>(out.size()), 0);
+  dispatcher.wait();
+  request->submit(i::op::Read(), in.data(), static_cast<int>(in.size()), 0);
+  dispatcher.wait();
+  echo.join();
+  ASSERT_EQ(handler.events.size(), 2u);
+  EXPECT_EQ(handler.events[0].result, 1 << 20);
+  EXPECT_EQ(handler.events[1].result, 1 << 20);
+  EXPECT_TRUE(in == out);
+
+  // A file is no socket.
+  ScratchFile file;
+  file.fill("abc");
+  for (bool reading : {true, false}) {
+    Recorder failures;
+    std::unique_ptr<Request> onFile(dispatcher.newRequestFor(&failures, file.open(true, true)));
+    char buffer[3];
+    if (reading) {
+      onFile->submit(i::op::Read(), buffer, 3, 0);
+      dispatcher.wait();
+      expectFailure<ReadException>(failures.events, "read-failed", "::recv() failed", kSystemCall, ENOTSOCK);
+    } else {
+      onFile->submit(i::op::Write(), buffer, 3, 0);
+      dispatcher.wait();
+      expectFailure<WriteException>(failures.events, "write-failed", "::send() failed", kSystemCall, ENOTSOCK);
+    }
+  }
+}
+
+TEST(SyncDispatcher, SocketReadsEndShortWhenThePeerCloses) {
+  sal::io::TCPServerSocket server(test::loopbackBinding(AF_INET), false);
+  Endpoint client = Endpoint::open(test::loopbackBinding(AF_INET, 0),
+                                   sal::io::TCPConnectingAddress("127.0.0.1", server.selfAddress().port()));
+  mux::Spec spec = syncSpec();
+  spec.set<mx::udp::Enabled>();
+  Dispatcher dispatcher = Dispatcher::create(spec, 1);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, client));
+  {
+    sal::io::ATCPIOSocket peer = server.accept(5000);
+    peer.put("12345", 5);
+  }  // closed
+  char buffer[64];
+  request->submit(i::op::Read(), buffer, 64, 0);
+  dispatcher.wait();
+  ASSERT_EQ(handler.events.size(), 1u);
+  EXPECT_EQ(handler.events[0].result, 5);
+  EXPECT_EQ(std::string(buffer, 5), "12345");
+}
+
+// Pass-through paths on a file that is no SCSI device: the ioctl fails.
+struct PassThroughCase {
+  void (*set)(mux::Spec&);
+  bool write;
+  const char* slot;
+  const char* why;
+  const std::type_info* type;
+};
+
+TEST(SyncDispatcher, EachPassThroughPathReportsAFailedIOControlWithItsMessage) {
+  ScratchFile file;
+  file.fill(std::string(4096, 'x'));
+  const PassThroughCase cases[] = {
+      {[](mux::Spec& s) { s.set<mx::scsi::Enabled>(); }, false, "read-failed",
+       "device I/O control failed for SCSI Read (10)", &typeid(SCSIReadException)},
+      {[](mux::Spec& s) { s.set<mx::scsi::Enabled>().set<mx::scsi::rw16>(); }, false, "read-failed",
+       "device I/O control failed for SCSI Read (16)", &typeid(SCSIReadException)},
+      {[](mux::Spec& s) { s.set<mx::scsi::Enabled>().set<mx::scsi::rw32>(); }, true, "write-failed",
+       "device I/O control failed for SCSI Write (32)", &typeid(SCSIWriteException)},
+      {[](mux::Spec& s) { s.set<mx::scsi::Enabled>().set<mx::scsi::extended::Enabled>(); }, true, "write-failed",
+       "device I/O control failed for SCSI Write (10)", &typeid(SCSIWriteException)},
+      {[](mux::Spec& s) { s.set<mx::scsi::unmap::Enabled>(); }, true, "write-failed",
+       "device I/O control failed for SCSI UNMAP", &typeid(SCSIWriteException)},
+      {[](mux::Spec& s) { s.set<mx::ata::trim::Enabled>(); }, true, "write-failed", "ATA TRIM failed",
+       &typeid(WriteException)},
+      {[](mux::Spec& s) { s.set<mx::ata::trim::Enabled>().set<mx::ata::onscsi::Enabled>(); }, true, "write-failed",
+       "ATA TRIM (SATL) failed", &typeid(SCSIWriteException)},
+  };
+  char buffer[4096];
+  for (const PassThroughCase& c : cases) {
+    SCOPED_TRACE(c.why);
+    mux::Spec spec = syncSpec();
+    c.set(spec);
+    Dispatcher dispatcher = Dispatcher::create(spec, 1);
+    Recorder handler;
+    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
+    request->setBlockSize(512);
+    if (c.write) {
+      request->submit(i::op::Write(), buffer, 4096, 0);
+    } else {
+      request->submit(i::op::Read(), buffer, 4096, 0);
+    }
+    dispatcher.wait();
+    ASSERT_EQ(handler.events.size(), 1u);
+    EXPECT_EQ(handler.events[0].slot, c.slot);
+    EXPECT_TRUE(*handler.events[0].type == *c.type) << handler.events[0].type->name();
+    test::expectFields(*handler.events[0].failure, c.why, kSystemCall, ENOTTY);
+  }
+}
+
+TEST(SyncDispatcher, ASCSIRequestWithoutABlockSizeFailsWithEINVAL) {
+  ScratchFile file;
+  file.fill("x");
+  mux::Spec spec = syncSpec();
+  spec.set<mx::scsi::Enabled>();
+  Dispatcher dispatcher = Dispatcher::create(spec, 1);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
+  EXPECT_EQ(request->blockSize(), 0);
+  char buffer[512];
+  request->submit(i::op::Read(), buffer, 512, 0);
+  dispatcher.wait();
+  expectFailure<SCSIReadException>(handler.events, "read-failed", "device I/O control failed for SCSI Read (10)",
+                                   kSystemCall, EINVAL);
+}
+
+// SG_IO answered by a stand-in device: CHECK CONDITION with fixed-format
+// sense ILLEGAL REQUEST / INVALID FIELD IN CDB, or (for ATA PASS-THROUGH) a
+// completion whose returned ATA status has ERR set.
+const unsigned char kIllegalRequest[18] = {0x70, 0, 0x05, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x24, 0, 0, 0, 0, 0};
+std::vector<unsigned char> lastCDB;
+
+int checkCondition(int, unsigned long request, void* argument) {
+  if (request != SG_IO) return -1;
+  sg_io_hdr* header = static_cast<sg_io_hdr*>(argument);
+  lastCDB.assign(header->cmdp, header->cmdp + header->cmd_len);
+  header->status = 2;
+  header->host_status = header->driver_status = 0;
+  header->resid = 0;
+  header->sb_len_wr = sizeof kIllegalRequest;
+  std::memcpy(header->sbp, kIllegalRequest, sizeof kIllegalRequest);
+  return 0;
+}
+
+int ataError(int, unsigned long request, void* argument) {
+  if (request != SG_IO) return -1;
+  sg_io_hdr* header = static_cast<sg_io_hdr*>(argument);
+  // Descriptor sense with the ATA Status Return descriptor: error 0x04 (ABRT), status 0x51 (ERR).
+  const unsigned char sense[22] = {0x72, 0x01, 0x00, 0x1d, 0, 0, 0, 14, 0x09, 12, 0, 0x04, 0, 0, 0, 0, 0, 0, 0, 0,
+                                   0x40, 0x51};
+  header->status = 2;
+  header->host_status = header->driver_status = 0;
+  header->resid = 0;
+  header->sb_len_wr = sizeof sense;
+  std::memcpy(header->sbp, sense, sizeof sense);
+  return 0;
+}
+
+TEST(SyncDispatcher, ADeviceThatRejectsTheCommandGivesItsStatusAndSense) {
+  ScratchFile file;
+  file.fill("x");
+  const std::string sense(reinterpret_cast<const char*>(kIllegalRequest), sizeof kIllegalRequest);
+  test::fault::StandIn device("ioctl", reinterpret_cast<void*>(checkCondition));
+  {
+    mux::Spec spec = syncSpec();
+    spec.set<mx::scsi::unmap::Enabled>();
+    Dispatcher dispatcher = Dispatcher::create(spec, 1);
+    Recorder handler;
+    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
+    request->setBlockSize(4096);
+    request->submit(i::op::Write(), nullptr, 1 << 20, 1 << 20);
+    dispatcher.wait();
+    expectFailure<SCSIWriteException>(handler.events, "write-failed", "SCSI UNMAP failed", kSCSICDB, 2);
+    EXPECT_EQ(handler.events[0].failure->auxData(), sense);
+    ASSERT_EQ(lastCDB.size(), 10u);
+    EXPECT_EQ(lastCDB[0], 0x42);
+  }
+  {
+    mux::Spec spec = syncSpec();
+    spec.set<mx::scsi::Enabled>().set<mx::scsi::rw16>().set<mx::scsi::fua::Enabled>();
+    Dispatcher dispatcher = Dispatcher::create(spec, 1);
+    Recorder handler;
+    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
+    request->setBlockSize(512);
+    char buffer[1024];
+    request->submit(i::op::Read(), buffer, 1024, 4096);
+    dispatcher.wait();
+    expectFailure<SCSIReadException>(handler.events, "read-failed", "device I/O control failed for SCSI Read (16)",
+                                     kSCSICDB, 2);
+    EXPECT_EQ(handler.events[0].failure->auxData(), sense);
+    // READ(16), FUA, LBA 8, two blocks.
+    const std::vector<unsigned char> cdb = {0x88, 0x08, 0, 0, 0, 0, 0, 0, 0, 8, 0, 0, 0, 2, 0, 0};
+    EXPECT_EQ(lastCDB, cdb);
+  }
+}
+
+TEST(SyncDispatcher, ATATRIMWithTheErrorBitGivesTheStatusAndErrorRegisters) {
+  ScratchFile file;
+  file.fill("x");
+  test::fault::StandIn device("ioctl", reinterpret_cast<void*>(ataError));
+  for (bool satl : {false, true}) {
+    mux::Spec spec = syncSpec();
+    spec.set<mx::ata::trim::Enabled>();
+    if (satl) spec.set<mx::ata::onscsi::Enabled>();
+    Dispatcher dispatcher = Dispatcher::create(spec, 1);
+    Recorder handler;
+    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
+    request->setBlockSize(512);
+    request->submit(i::op::Write(), nullptr, 512 * 8, 0);
+    dispatcher.wait();
+    if (satl) {
+      expectFailure<SCSIWriteException>(handler.events, "write-failed", "ATA TRIM (SATL) failed", kApplication,
+                                        0x0451);
+    } else {
+      expectFailure<WriteException>(handler.events, "write-failed", "ATA TRIM failed", kApplication, 0x0451);
+    }
+  }
+}
+
+TEST(SyncDispatcher, DiscardsOfAZeroLengthSendNothingAndComplete) {
+  ScratchFile file;
+  file.fill("x");
+  test::fault::Injection never("ioctl", EIO, 1000000);
+  for (int path = 0; path < 3; ++path) {
+    mux::Spec spec = syncSpec();
+    if (path == 0) spec.set<mx::scsi::unmap::Enabled>();
+    if (path >= 1) spec.set<mx::ata::trim::Enabled>();
+    if (path == 2) spec.set<mx::ata::onscsi::Enabled>();
+    Dispatcher dispatcher = Dispatcher::create(spec, 1);
+    Recorder handler;
+    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
+    request->setBlockSize(512);
+    request->submit(i::op::Write(), nullptr, 0, 4096);
+    dispatcher.wait();
+    ASSERT_EQ(handler.events.size(), 1u);
+    EXPECT_EQ(handler.events[0].slot, "write");
+    EXPECT_EQ(handler.events[0].result, 0);
+  }
+  EXPECT_EQ(test::fault::calls("ioctl"), 0);
+}
+
+// ---------------------------------------------------------------- asynchronous
+
+// A block-aligned buffer for O_DIRECT.
+struct Aligned {
+  explicit Aligned(size_t size) : data(static_cast<char*>(std::aligned_alloc(4096, size))) {}
+  ~Aligned() { std::free(data); }
+  char* data;
+};
+
+// Reopens a scratch file with O_DIRECT, or explains why the test cannot.
+bool directEndpoint(const ScratchFile& file, bool read, bool write, Endpoint& endpoint, std::string& why) {
+  try {
+    endpoint = file.open(read, write, true);
+    return true;
+  } catch (const OpenException& e) {
+    why = "O_DIRECT is not available for " + file.path + ": " + e.asSimpleString();
+    return false;
+  }
+}
+
+TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData) {
+  const int kBlocks = 4096, kBlock = 4096;
+  ScratchFile file;
+  Endpoint endpoint;
+  std::string why;
+  if (!directEndpoint(file, true, true, endpoint, why)) GTEST_SKIP() << why;
+
+  for (int depth : {1, 64, 4096}) {
+    SCOPED_TRACE(depth);
+    Dispatcher dispatcher = Dispatcher::create(asyncSpec(), depth);
+    Aligned data(static_cast<size_t>(kBlocks) * kBlock);
+    Recorder handler;
+    std::vector<std::unique_ptr<Request>> requests;
+    for (int n = 0; n < kBlocks; ++n) {
+      requests.emplace_back(dispatcher.newRequestFor(&handler, endpoint));
+      requests.back()->setID(static_cast<unsigned int>(n));
+    }
+    // Writes: each block carries its number and the depth; at most depth in flight.
+    for (int n = 0; n < kBlocks; ++n) {
+      char* block = data.data + static_cast<size_t>(n) * kBlock;
+      std::memset(block, 'a' + n % 26, kBlock);
+      std::memcpy(block, &n, sizeof n);
+      std::memcpy(block + sizeof n, &depth, sizeof depth);
+      if (dispatcher.pending() == depth) dispatcher.waitFor(10000);
+      ASSERT_TRUE(requests[n]->submit(i::op::Write(), block, kBlock, static_cast<long long>(n) * kBlock));
+    }
+    dispatcher.wait();
+    ASSERT_EQ(static_cast<int>(handler.events.size()), kBlocks);
+    std::memset(data.data, 0, static_cast<size_t>(kBlocks) * kBlock);
+
+    // Reads in reverse order, all submitted before one wait when the depth allows.
+    handler.events.clear();
+    for (int n = kBlocks - 1; n >= 0; --n) {
+      if (dispatcher.pending() == depth) dispatcher.waitFor(10000);
+      ASSERT_TRUE(requests[n]->submit(i::op::Read(), data.data + static_cast<size_t>(n) * kBlock, kBlock,
+                                      static_cast<long long>(n) * kBlock));
+    }
+    EXPECT_EQ(dispatcher.pending(), std::min(depth, kBlocks));
+    dispatcher.wait();
+    EXPECT_EQ(dispatcher.pending(), 0);
+    std::vector<int> seen(kBlocks, 0);
+    for (const Event& event : handler.events) {
+      ASSERT_EQ(event.slot, "read");
+      ASSERT_EQ(event.result, kBlock);
+      ++seen[event.id];
+      EXPECT_EQ(event.request, requests[event.id].get());
+    }
+    for (int n = 0; n < kBlocks; ++n) {
+      ASSERT_EQ(seen[n], 1) << "block " << n;
+      const char* block = data.data + static_cast<size_t>(n) * kBlock;
+      int number, written;
+      std::memcpy(&number, block, sizeof number);
+      std::memcpy(&written, block + sizeof number, sizeof written);
+      ASSERT_EQ(number, n);
+      ASSERT_EQ(written, depth);
+      ASSERT_EQ(block[kBlock - 1], 'a' + n % 26);
+    }
+  }
+}
+
+TEST(AsyncDispatcher, AMisalignedDirectReadCompletesWithTheErrorNumber) {
+  ScratchFile file;
+  file.fill(std::string(8192, 'x'));
+  Endpoint endpoint;
+  std::string why;
+  if (!directEndpoint(file, true, false, endpoint, why)) GTEST_SKIP() << why;
+  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
+  Aligned buffer(8192);
+  ASSERT_TRUE(request->submit(i::op::Read(), buffer.data + 1, 4096, 0));
+  EXPECT_EQ(dispatcher.pending(), 1);
+  dispatcher.wait();
+  EXPECT_EQ(dispatcher.pending(), 0);
+  expectFailure<AIOCompletionException>(handler.events, "completion-failed", "error in read completion", kSystemCall,
+                                        EINVAL);
+}
+
+TEST(AsyncDispatcher, ARefusedSubmissionReachesItsSlotAndLeavesNothingPending) {
+  ScratchFile file;
+  file.fill("abc");
+  Endpoint endpoint = file.open(true, true);
+  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
+  endpoint.close();  // no descriptor: io_submit refuses it
+  char buffer[3];
+  EXPECT_FALSE(request->submit(i::op::Write(), buffer, 3, 0));
+  expectFailure<AIORequestException>(handler.events, "submission-failed", "::io_submit() failed for write", kSystemCall,
+                                     EBADF);
+  handler.events.clear();
+  EXPECT_FALSE(request->submit(i::op::Read(), buffer, 3, 0));
+  expectFailure<AIORequestException>(handler.events, "submission-failed", "::io_submit() failed for read", kSystemCall,
+                                     EBADF);
+  EXPECT_EQ(dispatcher.pending(), 0);
+  dispatcher.wait();  // returns at once
+}
+
+TEST(AsyncDispatcher, HeldRequestsCompleteWithTheSentinelAndWaitForSkipsTheKernelWhenIdle) {
+  ScratchFile file;
+  file.fill("abcdef");
+  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
+  Recorder handler;
+  std::unique_ptr<Request> first(dispatcher.newRequestFor(&handler, file.open(true, true)));
+  std::unique_ptr<Request> second(dispatcher.newRequestFor(&handler, file.open(true, true)));
+  first->setID(1);
+  second->setID(2);
+  {
+    test::fault::Injection never("syscall", EIO, 1000000);
+    EXPECT_TRUE(first->submit(i::op::Read(), nullptr, -1, 0));
+    EXPECT_TRUE(second->submit(i::op::Write(), nullptr, -1, 0));
+    EXPECT_EQ(dispatcher.pending(), 2);
+    dispatcher.waitFor(60000);  // returns at once: nothing is in the kernel
+    EXPECT_EQ(test::fault::calls("syscall"), 0);
+    dispatcher.waitFor(60000);
+    EXPECT_EQ(test::fault::calls("syscall"), 0);
+  }
+  ASSERT_EQ(handler.events.size(), 2u);
+  EXPECT_EQ(handler.events[0].slot, "read");
+  EXPECT_EQ(handler.events[0].id, 1u);
+  EXPECT_EQ(handler.events[0].result, -666);
+  EXPECT_EQ(handler.events[1].slot, "write");
+  EXPECT_EQ(handler.events[1].id, 2u);
+  EXPECT_EQ(handler.events[1].result, -666);
+  EXPECT_EQ(dispatcher.pending(), 0);
+
+  // wait() completes held requests and kernel requests alike.
+  handler.events.clear();
+  char buffer[3];
+  first->submit(i::op::Read(), buffer, 3, 3);
+  second->submit(i::op::Write(), nullptr, -1, 0);
+  dispatcher.wait();
+  ASSERT_EQ(handler.events.size(), 2u);
+  EXPECT_EQ(handler.events[0].result, -666);  // held ones go first
+  EXPECT_EQ(handler.events[1].result, 3);
+  EXPECT_EQ(std::string(buffer, 3), "def");
+}
+
+TEST(AsyncDispatcher, WaitForReturnsAfterItsTimeWhenTheKernelCompletesNothing) {
+  ScratchFile file;
+  file.fill("abc");
+  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
+  // A submission the kernel never hears of: it stays in flight.
+  test::fault::StandIn pretend("syscall", reinterpret_cast<void*>(+[](long number, long a, long b, long c, long d,
+                                                                       long e, long f) -> long {
+    if (number == SYS_io_submit) return 1;
+    return ::syscall(number, a, b, c, d, e, f);
+  }));
+  char buffer[3];
+  ASSERT_TRUE(request->submit(i::op::Read(), buffer, 3, 0));
+  const sal::time::absolute before = sal::time::milli::now();
+  dispatcher.waitFor(50);
+  EXPECT_GE(sal::time::milli::now() - before, 40);
+  EXPECT_TRUE(handler.events.empty());
+  EXPECT_EQ(dispatcher.pending(), 1);
+}
+
+namespace {
+// The interrupt signal's disposition, restored after a test.
+struct KeepSignal6 {
+  KeepSignal6() { ::sigaction(SIGABRT, nullptr, &saved); }
+  ~KeepSignal6() { ::sigaction(SIGABRT, &saved, nullptr); }
+  struct sigaction saved;
+};
+}  // namespace
+
+TEST(AsyncDispatcher, InterruptFromTheOwnerDoesNothingAndFromAnotherThreadEndsTheWait) {
+  KeepSignal6 keep;
+  struct sigaction byDefault;
+  std::memset(&byDefault, 0, sizeof byDefault);
+  byDefault.sa_handler = SIG_DFL;
+  ::sigaction(SIGABRT, &byDefault, nullptr);
+
+  ScratchFile file;
+  file.fill("abc");
+  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
+  dispatcher.interrupt();  // the owner: no signal, disposition untouched
+  struct sigaction now;
+  ::sigaction(SIGABRT, nullptr, &now);
+  EXPECT_EQ(now.sa_handler, SIG_DFL);
+
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
+  test::fault::StandIn pretend("syscall", reinterpret_cast<void*>(+[](long number, long a, long b, long c, long d,
+                                                                       long e, long f) -> long {
+    if (number == SYS_io_submit) return 1;  // stays in flight for ever
+    return ::syscall(number, a, b, c, d, e, f);
+  }));
+  char buffer[3];
+  ASSERT_TRUE(request->submit(i::op::Read(), buffer, 3, 0));
+
+  dispatcher.lock();
+  sigset_t mask;
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  EXPECT_EQ(sigismember(&mask, SIGABRT), 0);
+  EXPECT_EQ(sigismember(&mask, SIGTERM), 1);
+  EXPECT_EQ(sigismember(&mask, SIGUSR1), 1);
+
+  std::atomic<bool> done(false);
+  std::thread interrupter([&dispatcher, &done] {
+    // An interrupt that lands before the owner blocks is not kept: repeat.
+    while (!done.load()) {
+      dispatcher.interrupt();
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+  });
+  dispatcher.wait();  // would block for ever
+  done.store(true);
+  interrupter.join();
+  dispatcher.unlock();
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  EXPECT_EQ(sigismember(&mask, SIGTERM), 0);
+  EXPECT_EQ(dispatcher.pending(), 1);
+  EXPECT_TRUE(handler.events.empty());
+  ::sigaction(SIGABRT, nullptr, &now);
+  EXPECT_NE(now.sa_handler, SIG_DFL);  // a handler that does nothing
+}
+
+TEST(AsyncDispatcher, AProgramsOwnInterruptHandlerIsKept) {
+  KeepSignal6 keep;
+  static std::atomic<int> caught(0);
+  struct sigaction own;
+  std::memset(&own, 0, sizeof own);
+  own.sa_handler = +[](int) { caught.fetch_add(1); };
+  ::sigaction(SIGABRT, &own, nullptr);
+
+  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 1);
+  std::thread([&dispatcher] { dispatcher.interrupt(); }).join();
+  EXPECT_TRUE(test::eventually([] { return caught.load() == 1; }));
+  struct sigaction now;
+  ::sigaction(SIGABRT, nullptr, &now);
+  EXPECT_EQ(now.sa_handler, own.sa_handler);
+}
+
+TEST(AsyncDispatcher, SignalCallsThatFailAreReported) {
+  QUOREL_REQUIRE_FAULT_POINT("pthread_sigmask");
+  KeepSignal6 keep;
+  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 1);
+  {
+    test::fault::Injection fail("pthread_sigmask", EINVAL);
+    QUOREL_EXPECT_THROW(dispatcher.lock(), AIOException, "::pthread_sigmask() failed", kSystemCall, EINVAL);
+  }
+  dispatcher.unlock();  // never locked: nothing to restore
+  std::thread([&dispatcher] {
+    {
+      test::fault::Injection fail("sigaction", EINVAL);
+      QUOREL_EXPECT_THROW(dispatcher.interrupt(), AIOException, "::sigaction() failed", kSystemCall, EINVAL);
+    }
+    {
+      test::fault::Injection fail("sigaction", EINVAL, 2);  // the query works, installing fails
+      struct sigaction byDefault;
+      std::memset(&byDefault, 0, sizeof byDefault);
+      byDefault.sa_handler = SIG_DFL;
+      ::sigaction(SIGABRT, &byDefault, nullptr);
+      QUOREL_EXPECT_THROW(dispatcher.interrupt(), AIOException, "::sigaction() failed", kSystemCall, EINVAL);
+    }
+    test::fault::Injection fail("pthread_kill", ESRCH);
+    QUOREL_EXPECT_THROW(dispatcher.interrupt(), AIOException, "::pthread_kill() failed", kSystemCall, ESRCH);
+  }).join();
+}
+
+int destroyed = 0;  // io_destroy calls seen
+
+TEST(AsyncDispatcher, TheKernelContextIsReleasedWithTheDispatcher) {
+  test::fault::StandIn watch("syscall", reinterpret_cast<void*>(+[](long number, long a, long b, long c, long d,
+                                                                     long e, long f) -> long {
+    static_cast<void>(number == SYS_io_destroy && ++destroyed);
+    return ::syscall(number, a, b, c, d, e, f);
+  }));
+  { Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 8); }
+  EXPECT_EQ(destroyed, 1);
+}
+
+}  // namespace
+}  // namespace quorel
