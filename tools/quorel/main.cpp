@@ -10,6 +10,8 @@
 //   quorel cat [--bs N] FILE...  files to standard output through the streams
 //   quorel sense HEX...          decodes SCSI sense bytes
 //   quorel stat PATH...          existence, type, owner access, size and block size
+//   quorel read [PATH] [OPTIONS] reads through a dispatcher and reports IOPS, MB/s and latency
+//   quorel discard PATH ...      UNMAP or TRIM of a byte range
 //
 // Exit status: 0 success, 1 a library operation failed, 2 bad usage.
 #include <algorithm>
@@ -23,6 +25,12 @@
 #include <sys/socket.h>
 
 #include <quorel/quorel.h>
+
+#include "command.h"
+
+using tool::parseInteger;
+using tool::parseSize;
+using tool::UsageError;
 
 namespace {
 
@@ -42,27 +50,16 @@ const char kUsage[] =
     "  cat [--bs N] FILE... copy files to standard output through buffers of N bytes (K, M suffixes)\n"
     "  sense HEX...         decode SCSI sense bytes given in hexadecimal (spaces anywhere)\n"
     "  stat PATH...         existence, type, owner access, size and block size; for devices each\n"
-    "                       READ CAPACITY result or why it failed\n";
-
-// A usage error: reported on one line, exit status 2.
-struct UsageError {
-  std::string message;
-};
-
-// Parses a 32-bit error code: decimal (possibly negative) or 0x-prefixed
-// hexadecimal, where values above 0x7fffffff give their two's-complement int.
-int parseInteger(const std::string& text, const char* what) {
-  const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-  const char* begin = text.c_str() + (hex ? 2 : 0);
-  char* end = nullptr;
-  errno = 0;
-  const long long value = std::strtoll(begin, &end, hex ? 16 : 10);
-  const bool fits = hex ? value >= 0 && value <= 0xffffffffLL : value >= -2147483648LL && value <= 2147483647LL;
-  if (text.empty() || *begin == '\0' || *end != '\0' || errno != 0 || !fits || (hex && *begin == '-')) {
-    throw UsageError{std::string("invalid ") + what + " '" + text + "'"};
-  }
-  return static_cast<int>(static_cast<unsigned int>(value));
-}
+    "                       READ CAPACITY result or why it failed\n"
+    "  read [PATH] [--async|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--direct] [--random]\n"
+    "       [--scsi [--rw16|--rw32]]\n"
+    "                       read PATH (or a temporary 64 MiB file) through a dispatcher: asynchronous\n"
+    "                       at depth N (default 32) or synchronous, SIZE-byte requests (default 4K),\n"
+    "                       O_DIRECT, random offsets, SCSI READ commands; prints bytes, I/Os, IOPS,\n"
+    "                       MB/s and mean latency\n"
+    "  discard PATH --offset O --length L (--unmap|--trim|--satl)\n"
+    "                       release a range of a device by SCSI UNMAP, ATA TRIM, or ATA TRIM inside\n"
+    "                       SCSI ATA PASS-THROUGH (sizes take K, M, G, T suffixes)\n";
 
 int explain(const std::vector<std::string>& args) {
   if (args.size() != 2) throw UsageError{"explain takes DOMAIN and CODE"};
@@ -141,16 +138,6 @@ int addr(const std::vector<std::string>& args) {
     throw UsageError{"invalid prefix '" + args[0] + "': " + e.why()};
   }
   return 0;
-}
-
-// A size with an optional K or M suffix (powers of 1024), 1 byte to 64 MiB.
-int parseSize(const std::string& text) {
-  if (text.empty()) throw UsageError{"invalid size ''"};
-  const char last = text[text.size() - 1];
-  const int scale = last == 'K' || last == 'k' ? 1024 : last == 'M' || last == 'm' ? 1024 * 1024 : 1;
-  const long long value = parseInteger(scale == 1 ? text : text.substr(0, text.size() - 1), "size");
-  if (value < 1 || value * scale > 64LL * 1024 * 1024) throw UsageError{"invalid size '" + text + "'"};
-  return static_cast<int>(value * scale);
 }
 
 int cat(const std::vector<std::string>& args) {
@@ -267,6 +254,8 @@ int main(int argc, char** argv) {
     if (command == "cat") return cat(args);
     if (command == "sense") return sense(args);
     if (command == "stat") return stat(args);
+    if (command == "read") return tool::read(args);
+    if (command == "discard") return tool::discard(args);
     if (command == "help" || command == "--help" || command == "-h") {
       std::cout << kUsage;
       return 0;

@@ -584,7 +584,11 @@ TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData
       ASSERT_TRUE(requests[n]->submit(i::op::Read(), data.data + static_cast<size_t>(n) * kBlock, kBlock,
                                       static_cast<long long>(n) * kBlock));
     }
-    EXPECT_EQ(dispatcher.pending(), std::min(depth, kBlocks));
+    EXPECT_GT(dispatcher.pending(), 0);
+    EXPECT_LE(dispatcher.pending(), depth);
+    if (depth == kBlocks) {
+      EXPECT_EQ(dispatcher.pending(), kBlocks);  // every one in flight at once
+    }
     dispatcher.wait();
     EXPECT_EQ(dispatcher.pending(), 0);
     std::vector<int> seen(kBlocks, 0);

@@ -1,0 +1,69 @@
+// What the quorel tool's commands share: usage errors and argument parsing.
+#ifndef QUOREL_TOOLS_QUOREL_COMMAND_H
+#define QUOREL_TOOLS_QUOREL_COMMAND_H
+
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+// A usage error: reported on one line, exit status 2.
+struct UsageError {
+  std::string message;
+};
+
+// Parses a 32-bit error code: decimal (possibly negative) or 0x-prefixed
+// hexadecimal, where values above 0x7fffffff give their two's-complement int.
+inline int parseInteger(const std::string& text, const char* what) {
+  const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  const char* begin = text.c_str() + (hex ? 2 : 0);
+  char* end = nullptr;
+  errno = 0;
+  const long long value = std::strtoll(begin, &end, hex ? 16 : 10);
+  const bool fits = hex ? value >= 0 && value <= 0xffffffffLL : value >= -2147483648LL && value <= 2147483647LL;
+  if (text.empty() || *begin == '\0' || *end != '\0' || errno != 0 || !fits || (hex && *begin == '-')) {
+    throw UsageError{std::string("invalid ") + what + " '" + text + "'"};
+  }
+  return static_cast<int>(static_cast<unsigned int>(value));
+}
+
+// A size with an optional K or M suffix (powers of 1024), 1 byte to 64 MiB.
+inline int parseSize(const std::string& text) {
+  if (text.empty()) throw UsageError{"invalid size ''"};
+  const char last = text[text.size() - 1];
+  const int scale = last == 'K' || last == 'k' ? 1024 : last == 'M' || last == 'm' ? 1024 * 1024 : 1;
+  const long long value = parseInteger(scale == 1 ? text : text.substr(0, text.size() - 1), "size");
+  if (value < 1 || value * scale > 64LL * 1024 * 1024) throw UsageError{"invalid size '" + text + "'"};
+  return static_cast<int>(value * scale);
+}
+
+// A byte count or offset with an optional K, M, G or T suffix (powers of
+// 1024), from 0 up to 2^62.
+inline long long parseBytes(const std::string& text, const char* what) {
+  static const char kSuffixes[] = "KMGT";
+  std::string digits = text;
+  long long scale = 1;
+  for (int n = 0; n < 4 && !text.empty(); ++n) {
+    if (text.back() == kSuffixes[n] || text.back() == kSuffixes[n] + ('a' - 'A')) {
+      scale = 1LL << (10 * (n + 1));
+      digits = text.substr(0, text.size() - 1);
+    }
+  }
+  char* end = nullptr;
+  errno = 0;
+  const long long value = std::strtoll(digits.c_str(), &end, 10);
+  if (digits.empty() || *end != '\0' || errno != 0 || value < 0 || value > (1LL << 62) / scale) {
+    throw UsageError{std::string("invalid ") + what + " '" + text + "'"};
+  }
+  return value * scale;
+}
+
+// The commands that run requests through dispatchers.
+int read(const std::vector<std::string>& args);
+int discard(const std::vector<std::string>& args);
+
+}  // namespace tool
+
+#endif

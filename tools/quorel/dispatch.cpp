@@ -1,0 +1,378 @@
+// quorel read and quorel discard: requests through the library's dispatchers.
+//
+//   quorel read [PATH] [--async|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--direct] [--random]
+//               [--scsi [--rw16|--rw32]]
+//   quorel discard PATH --offset O --length L (--unmap|--trim|--satl)
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <iomanip>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <quorel/quorel.h>
+
+#include "command.h"
+
+namespace tool {
+
+namespace {
+
+namespace xio = quorel::sal::xio;
+namespace tick = quorel::sal::time::tick;
+using quorel::pod::uint64;
+
+// A page-aligned buffer (direct I/O needs aligned memory).
+class Buffer {
+ public:
+  explicit Buffer(size_t size) : data_(static_cast<char*>(quorel::sal::vm::allocate(size))) {}
+  ~Buffer() { quorel::sal::vm::deallocate(data_); }
+  Buffer(const Buffer&) = delete;
+  Buffer& operator=(const Buffer&) = delete;
+  char* data() const { return data_; }
+
+ private:
+  char* data_;
+};
+
+std::string bytesText(long long bytes) {
+  std::ostringstream out;
+  if (bytes >= (1LL << 30) && bytes % (1LL << 30) == 0) {
+    out << bytes / (1LL << 30) << " GiB";
+  } else if (bytes >= (1LL << 20) && bytes % (1LL << 20) == 0) {
+    out << bytes / (1LL << 20) << " MiB";
+  } else if (bytes >= 1024 && bytes % 1024 == 0) {
+    out << bytes / 1024 << " KiB";
+  } else {
+    out << bytes << " bytes";
+  }
+  return out.str();
+}
+
+// A scratch file of size bytes that is removed when the run ends.
+class ScratchFile {
+ public:
+  explicit ScratchFile(long long size) {
+    const char* directory = std::getenv("TMPDIR");
+    path_ = std::string(directory != nullptr && *directory != '\0' ? directory : "/tmp") + "/quorel-read-" +
+            std::to_string(::getpid());
+    xio::fopen::Spec spec;
+    spec.set<xio::i::fopen::write::Enabled>()
+        .set<xio::i::fopen::write::create::Enabled>()
+        .set<xio::i::fopen::write::init::Truncate>();
+    xio::File file(xio::Endpoint::open(path_, spec));
+    created_ = true;
+    const int chunk = 1 << 20;
+    std::vector<char> pattern(chunk);
+    for (size_t n = 0; n < pattern.size(); ++n) pattern[n] = static_cast<char>(n * 31 + 7);
+    for (long long done = 0; done < size;) {
+      const int n = static_cast<int>(std::min<long long>(chunk, size - done));
+      done += file.write(pattern.data(), n, done);
+    }
+    file.sync();
+  }
+  ~ScratchFile() {
+    if (created_) std::remove(path_.c_str());
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+  bool created_ = false;
+};
+
+// Offsets in order, or a fixed pseudo-random walk over the same block count.
+class Offsets {
+ public:
+  Offsets(long long size, int blockSize, bool random)
+      : blocks_(size / blockSize), blockSize_(blockSize), random_(random) {}
+  long long count() const { return blocks_; }
+  long long next() {
+    const long long n = issued_++;
+    if (!random_) return n * blockSize_;
+    state_ ^= state_ << 13;
+    state_ ^= state_ >> 7;
+    state_ ^= state_ << 17;
+    return static_cast<long long>(state_ % static_cast<uint64>(blocks_)) * blockSize_;
+  }
+  bool done() const { return issued_ >= blocks_; }
+
+ private:
+  long long blocks_;
+  int blockSize_;
+  bool random_;
+  long long issued_ = 0;
+  uint64 state_ = 0x9E3779B97F4A7C15ULL;
+};
+
+// Keeps every request busy until all offsets are read, and counts.
+class Reader : public xio::AHandler {
+ public:
+  Reader(Offsets& offsets, int blockSize, bool progress)
+      : offsets_(offsets), blockSize_(blockSize), progress_(progress), started_(tick::now()), shown_(started_) {}
+
+  void start(xio::Request& request) {
+    if (offsets_.done() || failed()) return;
+    submitted_[request.id()] = tick::now();
+    request.submit(xio::i::op::Read(), buffers_[request.id()], blockSize_, offsets_.next());
+  }
+  void add(char* buffer) {
+    buffers_.push_back(buffer);
+    submitted_.push_back(0);
+  }
+
+  void on(xio::i::op::Read, int result, xio::Request& request) override {
+    const uint64 now = tick::now();
+    latency_ += now - submitted_[request.id()];
+    bytes_ += result;
+    ++ios_;
+    if (progress_ && tick::as::milli(shown_, now) >= 500) {
+      shown_ = now;
+      std::cerr << "\r  " << bytesText(bytes_ / (1 << 20) * (1 << 20)) << " read, " << ios_ << " I/Os, "
+                << std::fixed << std::setprecision(0) << ios_ / seconds(now) << " IOPS   " << std::flush;
+    }
+    start(request);
+  }
+  void on(xio::i::op::Write, int, xio::Request&) override {}
+  void on(xio::AIOCompletionException& e, xio::Request&) override { fail(e); }
+  void on(xio::AIORequestException& e, xio::Request&) override { fail(e); }
+  void on(xio::AIOCancellationException& e, xio::Request&) override { fail(e); }
+  void on(xio::ReadException& e, xio::Request&) override { fail(e); }
+  void on(xio::WriteException& e, xio::Request&) override { fail(e); }
+
+  bool failed() const { return !failure_.empty(); }
+  const std::string& failure() const { return failure_; }
+
+  void report(std::ostream& out) const {
+    const uint64 now = tick::now();
+    if (progress_ && tick::as::milli(started_, now) >= 500) std::cerr << "\r" << std::string(70, ' ') << "\r";
+    const double elapsed = seconds(now);
+    out << std::fixed << "bytes " << bytes_ << "  ios " << ios_ << "  IOPS " << std::setprecision(0)
+        << (elapsed > 0 ? ios_ / elapsed : 0) << "  MB/s " << std::setprecision(1)
+        << (elapsed > 0 ? bytes_ / elapsed / 1e6 : 0) << "  mean latency " << std::setprecision(1)
+        << (ios_ > 0 ? static_cast<double>(latency_) / ios_ / 1000 : 0) << " us  elapsed " << std::setprecision(3)
+        << elapsed << " s\n";
+  }
+
+ private:
+  double seconds(uint64 now) const { return static_cast<double>(tick::as::nano(started_, now)) / 1e9; }
+  void fail(const quorel::Exception& e) {
+    if (failure_.empty()) failure_ = e.asSimpleString();
+  }
+
+  Offsets& offsets_;
+  int blockSize_;
+  bool progress_;
+  std::vector<char*> buffers_;
+  std::vector<uint64> submitted_;
+  uint64 started_;
+  uint64 shown_;
+  uint64 latency_ = 0;
+  long long bytes_ = 0;
+  long long ios_ = 0;
+  std::string failure_;
+};
+
+// Runs every request of a dispatcher to the end (or to the first failure).
+void drain(xio::Dispatcher& dispatcher) {
+  while (dispatcher.pending() > 0) dispatcher.wait();
+}
+
+}  // namespace
+
+int read(const std::vector<std::string>& args) {
+  std::string path;
+  bool async = true, direct = false, random = false, scsi = false, depthGiven = false;
+  int depth = 32, blockSize = 4096, cdb = 10;
+  long long size = -1;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    auto value = [&]() -> const std::string& {
+      if (++i == args.size()) throw UsageError{a + " needs a value"};
+      return args[i];
+    };
+    if (a == "--async") {
+      async = true;
+    } else if (a == "--sync") {
+      async = false;
+    } else if (a == "--depth") {
+      depth = parseInteger(value(), "depth");
+      if (depth < 1 || depth > 4096) throw UsageError{"invalid depth '" + args[i] + "' (1 to 4096)"};
+      depthGiven = true;
+    } else if (a == "--bs") {
+      blockSize = parseSize(value());
+    } else if (a == "--size") {
+      size = parseBytes(value(), "size");
+    } else if (a == "--direct") {
+      direct = true;
+    } else if (a == "--random") {
+      random = true;
+    } else if (a == "--scsi") {
+      scsi = true;
+    } else if (a == "--rw16") {
+      cdb = 16;
+    } else if (a == "--rw32") {
+      cdb = 32;
+    } else if (!a.empty() && a[0] == '-') {
+      throw UsageError{"unknown option '" + a + "'"};
+    } else if (path.empty()) {
+      path = a;
+    } else {
+      throw UsageError{"read takes one PATH"};
+    }
+  }
+  if (cdb != 10 && !scsi) throw UsageError{"--rw16 and --rw32 go with --scsi"};
+  if (scsi) {
+    if (path.empty()) throw UsageError{"--scsi needs a device PATH"};
+    async = false;  // pass-through runs through the synchronous dispatcher
+  }
+  if (!async && depthGiven && depth != 1) throw UsageError{"the synchronous dispatcher runs one request at a time"};
+  if (!async) depth = 1;
+
+  std::unique_ptr<ScratchFile> scratch;
+  if (path.empty()) {
+    scratch.reset(new ScratchFile(size < 0 ? 64LL << 20 : size));
+    path = scratch->path();
+  }
+  quorel::sal::fs::Stat stat(path);
+  if (!stat.exists()) throw UsageError{"no such file '" + path + "'"};
+  const long long available = static_cast<long long>(stat.size());
+  if (size < 0 || size > available) size = available;
+
+  xio::fopen::Spec spec;
+  spec.set<xio::i::fopen::read::Enabled>();
+  if (direct) spec.set<xio::i::fopen::lin::direct::Enabled>();
+  xio::Endpoint endpoint = xio::Endpoint::open(path, spec);
+
+  xio::mux::Spec mux;
+  if (async) {
+    mux.set<xio::i::mux::type::Async>();
+  } else {
+    mux.set<xio::i::mux::type::Sync>();
+  }
+  if (scsi) {
+    mux.set<xio::i::mux::scsi::Enabled>();
+    if (cdb == 16) mux.set<xio::i::mux::scsi::rw16>();
+    if (cdb == 32) mux.set<xio::i::mux::scsi::rw32>();
+  }
+  xio::Dispatcher dispatcher = xio::Dispatcher::create(mux, depth);
+  dispatcher.lock();
+
+  Offsets offsets(size, blockSize, random);
+  const bool terminal = ::isatty(2) == 1;
+  Reader reader(offsets, blockSize, terminal);
+  std::cout << "read " << path << (scratch ? " (temporary)" : "") << ": " << bytesText(size) << ", "
+            << (async ? "async depth " + std::to_string(depth) : std::string("sync")) << ", "
+            << bytesText(blockSize) << " blocks, " << (random ? "random" : "sequential") << ", "
+            << (direct ? "direct" : "buffered")
+            << (scsi ? ", SCSI READ(" + std::to_string(cdb) + ")" : std::string()) << "\n"
+            << std::flush;
+
+  std::vector<std::unique_ptr<Buffer>> buffers;
+  std::vector<std::unique_ptr<xio::Request>> requests;
+  for (int n = 0; n < depth; ++n) {
+    buffers.emplace_back(new Buffer(static_cast<size_t>(blockSize)));
+    reader.add(buffers.back()->data());
+    requests.emplace_back(dispatcher.newRequestFor(&reader, endpoint));
+    requests.back()->setID(static_cast<unsigned int>(n));
+    requests.back()->setBlockSize(static_cast<int>(stat.blockSize() > 0 ? stat.blockSize() : 512));
+  }
+  for (auto& request : requests) reader.start(*request);
+  drain(dispatcher);
+  dispatcher.unlock();
+  reader.report(std::cout);
+  if (reader.failed()) {
+    std::cerr << "quorel: " << reader.failure() << "\n";
+    return 1;
+  }
+  return 0;
+}
+
+namespace {
+
+// Reports a discard's outcome.
+class Discarder : public xio::AHandler {
+ public:
+  void on(xio::i::op::Read, int, xio::Request&) override {}
+  void on(xio::i::op::Write, int result, xio::Request&) override { done += result; }
+  void on(xio::AIOCompletionException& e, xio::Request&) override { fail(e); }
+  void on(xio::AIORequestException& e, xio::Request&) override { fail(e); }
+  void on(xio::AIOCancellationException& e, xio::Request&) override { fail(e); }
+  void on(xio::ReadException& e, xio::Request&) override { fail(e); }
+  void on(xio::WriteException& e, xio::Request&) override { fail(e); }
+
+  long long done = 0;
+  std::string failure;
+
+ private:
+  void fail(const quorel::Exception& e) { failure = e.asSimpleString(); }
+};
+
+}  // namespace
+
+int discard(const std::vector<std::string>& args) {
+  std::string path, how;
+  long long offset = -1, length = -1;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& a = args[i];
+    auto value = [&]() -> const std::string& {
+      if (++i == args.size()) throw UsageError{a + " needs a value"};
+      return args[i];
+    };
+    if (a == "--offset") {
+      offset = parseBytes(value(), "offset");
+    } else if (a == "--length") {
+      length = parseBytes(value(), "length");
+    } else if (a == "--unmap" || a == "--trim" || a == "--satl") {
+      if (!how.empty()) throw UsageError{"choose one of --unmap, --trim and --satl"};
+      how = a;
+    } else if (!a.empty() && a[0] == '-') {
+      throw UsageError{"unknown option '" + a + "'"};
+    } else if (path.empty()) {
+      path = a;
+    } else {
+      throw UsageError{"discard takes one PATH"};
+    }
+  }
+  if (path.empty() || offset < 0 || length < 0 || how.empty()) {
+    throw UsageError{"discard takes PATH --offset O --length L and one of --unmap, --trim, --satl"};
+  }
+  quorel::sal::fs::Stat stat(path);
+  if (!stat.exists()) throw UsageError{"no such file '" + path + "'"};
+  const int blockSize = static_cast<int>(stat.blockSize() > 0 ? stat.blockSize() : 512);
+  if (offset % blockSize != 0 || length % blockSize != 0) {
+    throw UsageError{"offset and length must be multiples of the block size (" + std::to_string(blockSize) + ")"};
+  }
+
+  xio::mux::Spec mux;
+  mux.set<xio::i::mux::type::Sync>();
+  if (how == "--unmap") mux.set<xio::i::mux::scsi::unmap::Enabled>();
+  if (how != "--unmap") mux.set<xio::i::mux::ata::trim::Enabled>();
+  if (how == "--satl") mux.set<xio::i::mux::ata::onscsi::Enabled>();
+  xio::Dispatcher dispatcher = xio::Dispatcher::create(mux, 1);
+  xio::fopen::Spec spec;
+  spec.set<xio::i::fopen::read::Enabled>().set<xio::i::fopen::write::Enabled>();
+  Discarder handler;
+  std::unique_ptr<xio::Request> request(dispatcher.newRequestFor(&handler, xio::Endpoint::open(path, spec)));
+  request->setBlockSize(blockSize);
+  // A request counts at most 2^31 - 1 bytes: larger ranges go in pieces.
+  const long long piece = (1LL << 30) / blockSize * blockSize;
+  for (long long at = 0; at < length && handler.failure.empty(); at += piece) {
+    request->submit(xio::i::op::Write(), nullptr, static_cast<int>(std::min(piece, length - at)), offset + at);
+    dispatcher.wait();
+  }
+  const char* name = how == "--unmap" ? "SCSI UNMAP" : how == "--trim" ? "ATA TRIM" : "ATA TRIM (SATL)";
+  if (!handler.failure.empty()) {
+    std::cerr << "quorel: " << handler.failure << "\n";
+    return 1;
+  }
+  std::cout << "discarded " << bytesText(handler.done) << " at " << offset << " of " << path << " by " << name
+            << " in " << blockSize << "-byte blocks\n";
+  return 0;
+}
+
+}  // namespace tool
