@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -139,11 +140,68 @@ TEST(QuorelTool, StatDescribesFilesAndDevices) {
   EXPECT_NE(r.out.find("/nonexistent/quorel\n  exists      no\n"), std::string::npos);
 }
 
+// The figures line of quorel read: "bytes N  ios N  IOPS N  MB/s N  mean latency N us  elapsed N s".
+long long figure(const std::string& out, const std::string& name) {
+  const size_t at = out.find("\n" + name + " ") != std::string::npos ? out.find("\n" + name + " ") + 1
+                                                                      : out.find("  " + name + " ") + 2;
+  if (at == std::string::npos + 2) return -1;
+  return std::atoll(out.c_str() + at + name.size() + 1);
+}
+
+TEST(QuorelTool, ReadRunsOnATemporaryFileThroughEitherDispatcher) {
+  ToolRun r = run("read --size 1M");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("(temporary): 1 MiB, async depth 32, 4 KiB blocks, sequential, buffered\n"),
+            std::string::npos) << r.out;
+  EXPECT_EQ(figure(r.out, "bytes"), 1 << 20) << r.out;
+  EXPECT_EQ(figure(r.out, "ios"), 256) << r.out;
+  EXPECT_GT(figure(r.out, "IOPS"), 0) << r.out;
+  EXPECT_NE(r.out.find(" us  elapsed "), std::string::npos) << r.out;
+
+  r = run("read --sync --bs 64K --size 1M --random");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find(": 1 MiB, sync, 64 KiB blocks, random, buffered\n"), std::string::npos) << r.out;
+  EXPECT_EQ(figure(r.out, "ios"), 16) << r.out;
+
+  r = run("read --direct --depth 8 --size 2M");
+  if (r.out.find("Invalid argument") == std::string::npos) {  // a temporary directory without O_DIRECT
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(figure(r.out, "bytes"), 2 << 20) << r.out;
+  }
+  // The temporary files are gone.
+  EXPECT_EQ(std::system(("ls /tmp/quorel-read-* >/dev/null 2>&1")), 256 * 2);
+}
+
+TEST(QuorelTool, ReadOfAFileStopsAtItsEndAndDiscardReportsTheDevicesRefusal) {
+  const std::string path = "/tmp/quorel-tool-read-" + std::to_string(::getpid());
+  FILE* f = std::fopen(path.c_str(), "w");
+  for (int n = 0; n < 10000; ++n) std::fputc('x', f);
+  std::fclose(f);
+  ToolRun r = run("read " + path + " --bs 4K");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(figure(r.out, "ios"), 2) << r.out;  // whole blocks only
+  EXPECT_EQ(figure(r.out, "bytes"), 8192) << r.out;
+
+  r = run("discard " + path + " --offset 0 --length 4K --unmap");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "quorel: device I/O control failed for SCSI UNMAP - Inappropriate ioctl for device\n");
+  r = run("discard " + path + " --offset 0 --length 4K --satl");
+  EXPECT_EQ(r.out, "quorel: ATA TRIM (SATL) failed - Inappropriate ioctl for device\n");
+  r = run("discard " + path + " --offset 0 --length 0 --trim");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(r.out.rfind("discarded 0 bytes at 0 of " + path + " by ATA TRIM in ", 0), 0u) << r.out;
+  std::remove(path.c_str());
+}
+
 TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
   for (const char* args : {"explain", "explain 2", "explain two 13", "explain 2 13x", "explain 2 0x",
                            "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate",
                            "uuid -1", "uuid many", "uuid 1 2", "version", "version 1..2", "addr 10.0.0.1",
-                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve", "cat", "cat --bs", "cat --bs 0 x", "cat --bs 1G x", "sense", "sense 7", "sense zz", "info now", "stat"}) {
+                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve", "cat", "cat --bs", "cat --bs 0 x", "cat --bs 1G x", "sense", "sense 7", "sense zz", "info now", "stat",
+                           "read --depth 0", "read --depth 5000", "read --bs", "read --size -1", "read --rw16",
+                           "read --scsi", "read --sync --depth 4", "read --frob", "read a b", "read /nonexistent/quorel",
+                           "discard", "discard /tmp --offset 0 --length 1", "discard /tmp --offset 1 --length 512 --unmap",
+                           "discard /tmp --offset 0 --length 1K --unmap --trim", "discard /tmp --offset x --length 1 --trim"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;
