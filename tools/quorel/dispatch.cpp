@@ -1,7 +1,7 @@
 // quorel read and quorel discard: requests through the library's dispatchers.
 //
-//   quorel read [PATH] [--async|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--direct] [--random]
-//               [--scsi [--rw16|--rw32]]
+//   quorel read [PATH] [--async|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--ios N] [--direct]
+//               [--random] [--scsi [--rw16|--rw32]]
 //   quorel discard PATH --offset O --length L (--unmap|--trim|--satl)
 #include <unistd.h>
 
@@ -85,24 +85,25 @@ class ScratchFile {
   bool created_ = false;
 };
 
-// Offsets in order, or a fixed pseudo-random walk over the same block count.
+// count offsets of whole blocks of the first size bytes: in order (wrapping
+// around), or a fixed pseudo-random walk.
 class Offsets {
  public:
-  Offsets(long long size, int blockSize, bool random)
-      : blocks_(size / blockSize), blockSize_(blockSize), random_(random) {}
-  long long count() const { return blocks_; }
+  Offsets(long long size, int blockSize, bool random, long long count)
+      : blocks_(size / blockSize), count_(blocks_ > 0 ? count : 0), blockSize_(blockSize), random_(random) {}
   long long next() {
     const long long n = issued_++;
-    if (!random_) return n * blockSize_;
+    if (!random_) return n % blocks_ * blockSize_;
     state_ ^= state_ << 13;
     state_ ^= state_ >> 7;
     state_ ^= state_ << 17;
     return static_cast<long long>(state_ % static_cast<uint64>(blocks_)) * blockSize_;
   }
-  bool done() const { return issued_ >= blocks_; }
+  bool done() const { return issued_ >= count_; }
 
  private:
   long long blocks_;
+  long long count_;
   int blockSize_;
   bool random_;
   long long issued_ = 0;
@@ -188,7 +189,7 @@ int read(const std::vector<std::string>& args) {
   std::string path;
   bool async = true, direct = false, random = false, scsi = false, depthGiven = false;
   int depth = 32, blockSize = 4096, cdb = 10;
-  long long size = -1;
+  long long size = -1, ios = -1;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     auto value = [&]() -> const std::string& {
@@ -207,6 +208,8 @@ int read(const std::vector<std::string>& args) {
       blockSize = parseSize(value());
     } else if (a == "--size") {
       size = parseBytes(value(), "size");
+    } else if (a == "--ios") {
+      ios = parseBytes(value(), "I/O count");
     } else if (a == "--direct") {
       direct = true;
     } else if (a == "--random") {
@@ -262,7 +265,7 @@ int read(const std::vector<std::string>& args) {
   xio::Dispatcher dispatcher = xio::Dispatcher::create(mux, depth);
   dispatcher.lock();
 
-  Offsets offsets(size, blockSize, random);
+  Offsets offsets(size, blockSize, random, ios < 0 ? size / blockSize : ios);
   const bool terminal = ::isatty(2) == 1;
   Reader reader(offsets, blockSize, terminal);
   std::cout << "read " << path << (scratch ? " (temporary)" : "") << ": " << bytesText(size) << ", "
