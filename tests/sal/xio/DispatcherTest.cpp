@@ -796,6 +796,12 @@ TEST(AsyncDispatcher, SignalCallsThatFailAreReported) {
     QUOREL_EXPECT_THROW(dispatcher.lock(), AIOException, "::pthread_sigmask() failed", kSystemCall, EINVAL);
   }
   dispatcher.unlock();  // never locked: nothing to restore
+  dispatcher.lock();
+  {
+    test::fault::Injection fail("pthread_sigmask", EPERM);
+    QUOREL_EXPECT_THROW(dispatcher.unlock(), AIOException, "::pthread_sigmask() failed", kSystemCall, EPERM);
+  }
+  dispatcher.unlock();  // still locked after the failure: this one restores
   std::thread([&dispatcher] {
     {
       test::fault::Injection fail("sigaction", EINVAL);
@@ -812,6 +818,22 @@ TEST(AsyncDispatcher, SignalCallsThatFailAreReported) {
     test::fault::Injection fail("pthread_kill", ESRCH);
     QUOREL_EXPECT_THROW(dispatcher.interrupt(), AIOException, "::pthread_kill() failed", kSystemCall, ESRCH);
   }).join();
+}
+
+TEST(AsyncDispatcher, WithoutAKernelContextEverySubmissionIsRefused) {
+  ScratchFile file;
+  file.fill("abc");
+  Dispatcher dispatcher;
+  {
+    test::fault::Injection fail("syscall", EAGAIN);  // io_setup: the system's AIO limit is reached
+    dispatcher = Dispatcher::create(asyncSpec(), 4);
+  }
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
+  char buffer[3];
+  EXPECT_FALSE(request->submit(i::op::Read(), buffer, 3, 0));
+  expectFailure<AIORequestException>(handler.events, "submission-failed", "::io_submit() failed for read", kSystemCall,
+                                     EINVAL);
 }
 
 int destroyed = 0;  // io_destroy calls seen
