@@ -110,8 +110,29 @@ class Offsets {
   uint64 state_ = 0x9E3779B97F4A7C15ULL;
 };
 
+// A handler that keeps the first failure any request reports.
+class AFailureKeeper : public xio::AHandler {
+ public:
+  void on(xio::AIOCompletionException& e, xio::Request&) override { keep(e); }
+  void on(xio::AIORequestException& e, xio::Request&) override { keep(e); }
+  void on(xio::AIOCancellationException& e, xio::Request&) override { keep(e); }
+  void on(xio::ReadException& e, xio::Request&) override { keep(e); }
+  void on(xio::WriteException& e, xio::Request&) override { keep(e); }
+  using xio::AHandler::on;
+
+  bool failed() const { return !failure_.empty(); }
+  const std::string& failure() const { return failure_; }
+
+ private:
+  void keep(const quorel::Exception& e) {
+    if (failure_.empty()) failure_ = e.asSimpleString();
+  }
+
+  std::string failure_;
+};
+
 // Keeps every request busy until all offsets are read, and counts.
-class Reader : public xio::AHandler {
+class Reader : public AFailureKeeper {
  public:
   Reader(Offsets& offsets, int blockSize, bool progress)
       : offsets_(offsets), blockSize_(blockSize), progress_(progress), started_(tick::now()), shown_(started_) {}
@@ -139,14 +160,6 @@ class Reader : public xio::AHandler {
     start(request);
   }
   void on(xio::i::op::Write, int, xio::Request&) override {}
-  void on(xio::AIOCompletionException& e, xio::Request&) override { fail(e); }
-  void on(xio::AIORequestException& e, xio::Request&) override { fail(e); }
-  void on(xio::AIOCancellationException& e, xio::Request&) override { fail(e); }
-  void on(xio::ReadException& e, xio::Request&) override { fail(e); }
-  void on(xio::WriteException& e, xio::Request&) override { fail(e); }
-
-  bool failed() const { return !failure_.empty(); }
-  const std::string& failure() const { return failure_; }
 
   void report(std::ostream& out) const {
     const uint64 now = tick::now();
@@ -161,9 +174,6 @@ class Reader : public xio::AHandler {
 
  private:
   double seconds(uint64 now) const { return static_cast<double>(tick::as::nano(started_, now)) / 1e9; }
-  void fail(const quorel::Exception& e) {
-    if (failure_.empty()) failure_ = e.asSimpleString();
-  }
 
   Offsets& offsets_;
   int blockSize_;
@@ -175,7 +185,6 @@ class Reader : public xio::AHandler {
   uint64 latency_ = 0;
   long long bytes_ = 0;
   long long ios_ = 0;
-  std::string failure_;
 };
 
 // Runs every request of a dispatcher to the end (or to the first failure).
@@ -297,22 +306,13 @@ int read(const std::vector<std::string>& args) {
 
 namespace {
 
-// Reports a discard's outcome.
-class Discarder : public xio::AHandler {
+// Counts what discards released.
+class Discarder : public AFailureKeeper {
  public:
   void on(xio::i::op::Read, int, xio::Request&) override {}
   void on(xio::i::op::Write, int result, xio::Request&) override { done += result; }
-  void on(xio::AIOCompletionException& e, xio::Request&) override { fail(e); }
-  void on(xio::AIORequestException& e, xio::Request&) override { fail(e); }
-  void on(xio::AIOCancellationException& e, xio::Request&) override { fail(e); }
-  void on(xio::ReadException& e, xio::Request&) override { fail(e); }
-  void on(xio::WriteException& e, xio::Request&) override { fail(e); }
 
   long long done = 0;
-  std::string failure;
-
- private:
-  void fail(const quorel::Exception& e) { failure = e.asSimpleString(); }
 };
 
 }  // namespace
@@ -364,13 +364,13 @@ int discard(const std::vector<std::string>& args) {
   request->setBlockSize(blockSize);
   // A request counts at most 2^31 - 1 bytes: larger ranges go in pieces.
   const long long piece = (1LL << 30) / blockSize * blockSize;
-  for (long long at = 0; at < length && handler.failure.empty(); at += piece) {
+  for (long long at = 0; at < length && !handler.failed(); at += piece) {
     request->submit(xio::i::op::Write(), nullptr, static_cast<int>(std::min(piece, length - at)), offset + at);
     dispatcher.wait();
   }
   const char* name = how == "--unmap" ? "SCSI UNMAP" : how == "--trim" ? "ATA TRIM" : "ATA TRIM (SATL)";
-  if (!handler.failure.empty()) {
-    std::cerr << "quorel: " << handler.failure << "\n";
+  if (handler.failed()) {
+    std::cerr << "quorel: " << handler.failure() << "\n";
     return 1;
   }
   std::cout << "discarded " << bytesText(handler.done) << " at " << offset << " of " << path << " by " << name

@@ -89,6 +89,29 @@ mux::Spec asyncSpec() {
   return spec;
 }
 
+// Runs one request of a fresh handler through the dispatcher and returns
+// what the handler was told.
+std::vector<Event> runOne(Dispatcher& dispatcher, const Endpoint& endpoint, bool write, void* buffer, int count,
+                          long long offset, int blockSize = 0) {
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
+  request->setBlockSize(blockSize);
+  if (write) {
+    request->submit(i::op::Write(), buffer, count, offset);
+  } else {
+    request->submit(i::op::Read(), buffer, count, offset);
+  }
+  dispatcher.wait();
+  return handler.events;
+}
+
+// A TCP client endpoint connected to a loopback server.
+struct Connected {
+  sal::io::TCPServerSocket server{test::loopbackBinding(AF_INET), false};
+  Endpoint client = Endpoint::open(test::loopbackBinding(AF_INET, 0),
+                                   sal::io::TCPConnectingAddress("127.0.0.1", server.selfAddress().port()));
+};
+
 // A scratch file removed at the end of the test.
 struct ScratchFile {
   std::string path = "/tmp/quorel-dispatch-" + std::to_string(::getpid()) + "-" +
@@ -260,33 +283,21 @@ TEST(SyncDispatcher, FailedReadsAndWritesReachTheirSlots) {
   file.fill("abc");
   Dispatcher dispatcher = Dispatcher::create(syncSpec(), 1);
   char buffer[4];
-  {
-    Recorder handler;
-    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(false, true)));
-    request->submit(i::op::Read(), buffer, 3, 0);  // write-only descriptor
-    dispatcher.wait();
-    expectFailure<ReadException>(handler.events, "read-failed", "::pread() failed", kSystemCall, EBADF);
-  }
-  {
-    Recorder handler;
-    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
-    request->submit(i::op::Write(), buffer, 3, 0);  // read-only descriptor
-    dispatcher.wait();
-    expectFailure<WriteException>(handler.events, "write-failed", "::pwrite() failed", kSystemCall, EBADF);
-  }
+  expectFailure<ReadException>(runOne(dispatcher, file.open(false, true), false, buffer, 3, 0),  // write-only
+                               "read-failed", "::pread() failed", kSystemCall, EBADF);
+  expectFailure<WriteException>(runOne(dispatcher, file.open(true, false), true, buffer, 3, 0),  // read-only
+                                "write-failed", "::pwrite() failed", kSystemCall, EBADF);
 }
 
 TEST(SyncDispatcher, SocketRequestsMoveEveryByteAndReportRecvAndSendFailures) {
-  sal::io::TCPServerSocket server(test::loopbackBinding(AF_INET), false);
-  Endpoint client = Endpoint::open(test::loopbackBinding(AF_INET, 0),
-                                   sal::io::TCPConnectingAddress("127.0.0.1", server.selfAddress().port()));
-  sal::io::ATCPIOSocket peer = server.accept(5000);
+  Connected connected;
+  sal::io::ATCPIOSocket peer = connected.server.accept(5000);
 
   mux::Spec spec = syncSpec();
   spec.set<mx::tcp::Enabled>();
   Dispatcher dispatcher = Dispatcher::create(spec, 1);
   Recorder handler;
-  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, client));
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, connected.client));
 
   // 1 MiB both ways: more than one recv/send moves.
   std::vector<char> out(1 << 20), in(1 << 20);
@@ -309,40 +320,26 @@ TEST(SyncDispatcher, SocketRequestsMoveEveryByteAndReportRecvAndSendFailures) {
   // A file is no socket.
   ScratchFile file;
   file.fill("abc");
-  for (bool reading : {true, false}) {
-    Recorder failures;
-    std::unique_ptr<Request> onFile(dispatcher.newRequestFor(&failures, file.open(true, true)));
-    char buffer[3];
-    if (reading) {
-      onFile->submit(i::op::Read(), buffer, 3, 0);
-      dispatcher.wait();
-      expectFailure<ReadException>(failures.events, "read-failed", "::recv() failed", kSystemCall, ENOTSOCK);
-    } else {
-      onFile->submit(i::op::Write(), buffer, 3, 0);
-      dispatcher.wait();
-      expectFailure<WriteException>(failures.events, "write-failed", "::send() failed", kSystemCall, ENOTSOCK);
-    }
-  }
+  char buffer[3];
+  expectFailure<ReadException>(runOne(dispatcher, file.open(true, true), false, buffer, 3, 0), "read-failed",
+                               "::recv() failed", kSystemCall, ENOTSOCK);
+  expectFailure<WriteException>(runOne(dispatcher, file.open(true, true), true, buffer, 3, 0), "write-failed",
+                                "::send() failed", kSystemCall, ENOTSOCK);
 }
 
 TEST(SyncDispatcher, SocketReadsEndShortWhenThePeerCloses) {
-  sal::io::TCPServerSocket server(test::loopbackBinding(AF_INET), false);
-  Endpoint client = Endpoint::open(test::loopbackBinding(AF_INET, 0),
-                                   sal::io::TCPConnectingAddress("127.0.0.1", server.selfAddress().port()));
+  Connected connected;
   mux::Spec spec = syncSpec();
   spec.set<mx::udp::Enabled>();
   Dispatcher dispatcher = Dispatcher::create(spec, 1);
-  Recorder handler;
-  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, client));
   {
-    sal::io::ATCPIOSocket peer = server.accept(5000);
+    sal::io::ATCPIOSocket peer = connected.server.accept(5000);
     peer.put("12345", 5);
   }  // closed
   char buffer[64];
-  request->submit(i::op::Read(), buffer, 64, 0);
-  dispatcher.wait();
-  ASSERT_EQ(handler.events.size(), 1u);
-  EXPECT_EQ(handler.events[0].result, 5);
+  const std::vector<Event> events = runOne(dispatcher, connected.client, false, buffer, 64, 0);
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].result, 5);
   EXPECT_EQ(std::string(buffer, 5), "12345");
 }
 
@@ -380,19 +377,11 @@ TEST(SyncDispatcher, EachPassThroughPathReportsAFailedIOControlWithItsMessage) {
     mux::Spec spec = syncSpec();
     c.set(spec);
     Dispatcher dispatcher = Dispatcher::create(spec, 1);
-    Recorder handler;
-    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
-    request->setBlockSize(512);
-    if (c.write) {
-      request->submit(i::op::Write(), buffer, 4096, 0);
-    } else {
-      request->submit(i::op::Read(), buffer, 4096, 0);
-    }
-    dispatcher.wait();
-    ASSERT_EQ(handler.events.size(), 1u);
-    EXPECT_EQ(handler.events[0].slot, c.slot);
-    EXPECT_TRUE(*handler.events[0].type == *c.type) << handler.events[0].type->name();
-    test::expectFields(*handler.events[0].failure, c.why, kSystemCall, ENOTTY);
+    const std::vector<Event> events = runOne(dispatcher, file.open(true, true), c.write, buffer, 4096, 0, 512);
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].slot, c.slot);
+    EXPECT_TRUE(*events[0].type == *c.type) << events[0].type->name();
+    test::expectFields(*events[0].failure, c.why, kSystemCall, ENOTTY);
   }
 }
 
@@ -402,14 +391,10 @@ TEST(SyncDispatcher, ASCSIRequestWithoutABlockSizeFailsWithEINVAL) {
   mux::Spec spec = syncSpec();
   spec.set<mx::scsi::Enabled>();
   Dispatcher dispatcher = Dispatcher::create(spec, 1);
-  Recorder handler;
-  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
-  EXPECT_EQ(request->blockSize(), 0);
+  EXPECT_EQ(std::unique_ptr<Request>(dispatcher.newRequestFor(nullptr, file.open(true, false)))->blockSize(), 0);
   char buffer[512];
-  request->submit(i::op::Read(), buffer, 512, 0);
-  dispatcher.wait();
-  expectFailure<SCSIReadException>(handler.events, "read-failed", "device I/O control failed for SCSI Read (10)",
-                                   kSystemCall, EINVAL);
+  expectFailure<SCSIReadException>(runOne(dispatcher, file.open(true, false), false, buffer, 512, 0),
+                                   "read-failed", "device I/O control failed for SCSI Read (10)", kSystemCall, EINVAL);
 }
 
 // SG_IO answered by a stand-in device: CHECK CONDITION with fixed-format
@@ -453,13 +438,9 @@ TEST(SyncDispatcher, ADeviceThatRejectsTheCommandGivesItsStatusAndSense) {
     mux::Spec spec = syncSpec();
     spec.set<mx::scsi::unmap::Enabled>();
     Dispatcher dispatcher = Dispatcher::create(spec, 1);
-    Recorder handler;
-    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
-    request->setBlockSize(4096);
-    request->submit(i::op::Write(), nullptr, 1 << 20, 1 << 20);
-    dispatcher.wait();
-    expectFailure<SCSIWriteException>(handler.events, "write-failed", "SCSI UNMAP failed", kSCSICDB, 2);
-    EXPECT_EQ(handler.events[0].failure->auxData(), sense);
+    const std::vector<Event> events = runOne(dispatcher, file.open(true, true), true, nullptr, 1 << 20, 1 << 20, 4096);
+    expectFailure<SCSIWriteException>(events, "write-failed", "SCSI UNMAP failed", kSCSICDB, 2);
+    EXPECT_EQ(events[0].failure->auxData(), sense);
     ASSERT_EQ(lastCDB.size(), 10u);
     EXPECT_EQ(lastCDB[0], 0x42);
   }
@@ -467,15 +448,11 @@ TEST(SyncDispatcher, ADeviceThatRejectsTheCommandGivesItsStatusAndSense) {
     mux::Spec spec = syncSpec();
     spec.set<mx::scsi::Enabled>().set<mx::scsi::rw16>().set<mx::scsi::fua::Enabled>();
     Dispatcher dispatcher = Dispatcher::create(spec, 1);
-    Recorder handler;
-    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
-    request->setBlockSize(512);
     char buffer[1024];
-    request->submit(i::op::Read(), buffer, 1024, 4096);
-    dispatcher.wait();
-    expectFailure<SCSIReadException>(handler.events, "read-failed", "device I/O control failed for SCSI Read (16)",
-                                     kSCSICDB, 2);
-    EXPECT_EQ(handler.events[0].failure->auxData(), sense);
+    const std::vector<Event> events = runOne(dispatcher, file.open(true, true), false, buffer, 1024, 4096, 512);
+    expectFailure<SCSIReadException>(events, "read-failed", "device I/O control failed for SCSI Read (16)", kSCSICDB,
+                                     2);
+    EXPECT_EQ(events[0].failure->auxData(), sense);
     // READ(16), FUA, LBA 8, two blocks.
     const std::vector<unsigned char> cdb = {0x88, 0x08, 0, 0, 0, 0, 0, 0, 0, 8, 0, 0, 0, 2, 0, 0};
     EXPECT_EQ(lastCDB, cdb);
@@ -491,16 +468,11 @@ TEST(SyncDispatcher, ATATRIMWithTheErrorBitGivesTheStatusAndErrorRegisters) {
     spec.set<mx::ata::trim::Enabled>();
     if (satl) spec.set<mx::ata::onscsi::Enabled>();
     Dispatcher dispatcher = Dispatcher::create(spec, 1);
-    Recorder handler;
-    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
-    request->setBlockSize(512);
-    request->submit(i::op::Write(), nullptr, 512 * 8, 0);
-    dispatcher.wait();
+    const std::vector<Event> events = runOne(dispatcher, file.open(true, true), true, nullptr, 512 * 8, 0, 512);
     if (satl) {
-      expectFailure<SCSIWriteException>(handler.events, "write-failed", "ATA TRIM (SATL) failed", kApplication,
-                                        0x0451);
+      expectFailure<SCSIWriteException>(events, "write-failed", "ATA TRIM (SATL) failed", kApplication, 0x0451);
     } else {
-      expectFailure<WriteException>(handler.events, "write-failed", "ATA TRIM failed", kApplication, 0x0451);
+      expectFailure<WriteException>(events, "write-failed", "ATA TRIM failed", kApplication, 0x0451);
     }
   }
 }
@@ -515,14 +487,10 @@ TEST(SyncDispatcher, DiscardsOfAZeroLengthSendNothingAndComplete) {
     if (path >= 1) spec.set<mx::ata::trim::Enabled>();
     if (path == 2) spec.set<mx::ata::onscsi::Enabled>();
     Dispatcher dispatcher = Dispatcher::create(spec, 1);
-    Recorder handler;
-    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
-    request->setBlockSize(512);
-    request->submit(i::op::Write(), nullptr, 0, 4096);
-    dispatcher.wait();
-    ASSERT_EQ(handler.events.size(), 1u);
-    EXPECT_EQ(handler.events[0].slot, "write");
-    EXPECT_EQ(handler.events[0].result, 0);
+    const std::vector<Event> events = runOne(dispatcher, file.open(true, true), true, nullptr, 0, 4096, 512);
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].slot, "write");
+    EXPECT_EQ(events[0].result, 0);
   }
   EXPECT_EQ(test::fault::calls("ioctl"), 0);
 }
