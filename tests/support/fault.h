@@ -113,8 +113,8 @@ class StandIn {
 // Skips the current test when function cannot be interposed in this build.
 #define QUOREL_REQUIRE_FAULT_POINT(function)                                                  \
   if (!::quorel::test::fault::available(function))                                           \
-  GTEST_SKIP() << (function) << " cannot be made to fail in this build (ThreadSanitizer "    \
-               << "calls it while starting, so the test program cannot define it)"
+  GTEST_SKIP() << (function) << " cannot be made to fail in this build (the sanitizer "     \
+               << "runtime calls it while starting, so the test program cannot define it)"
 
 // Defines an interposing definition of a libc function:
 //   QUOREL_INTERPOSE(int, gettimeofday, (timeval* tv, void* tz), (tv, tz), true,

@@ -618,6 +618,7 @@ TEST(AsyncDispatcher, ARefusedSubmissionReachesItsSlotAndLeavesNothingPending) {
 }
 
 TEST(AsyncDispatcher, HeldRequestsCompleteWithTheSentinelAndWaitForSkipsTheKernelWhenIdle) {
+  QUOREL_REQUIRE_FAULT_POINT("syscall");
   ScratchFile file;
   file.fill("abcdef");
   Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
@@ -658,6 +659,7 @@ TEST(AsyncDispatcher, HeldRequestsCompleteWithTheSentinelAndWaitForSkipsTheKerne
 }
 
 TEST(AsyncDispatcher, WaitForReturnsAfterItsTimeWhenTheKernelCompletesNothing) {
+  QUOREL_REQUIRE_FAULT_POINT("syscall");
   ScratchFile file;
   file.fill("abc");
   Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
@@ -688,6 +690,7 @@ struct KeepSignal6 {
 }  // namespace
 
 TEST(AsyncDispatcher, InterruptFromTheOwnerDoesNothingAndFromAnotherThreadEndsTheWait) {
+  QUOREL_REQUIRE_FAULT_POINT("syscall");
   KeepSignal6 keep;
   struct sigaction byDefault;
   std::memset(&byDefault, 0, sizeof byDefault);
@@ -789,6 +792,7 @@ TEST(AsyncDispatcher, SignalCallsThatFailAreReported) {
 }
 
 TEST(AsyncDispatcher, WithoutAKernelContextEverySubmissionIsRefused) {
+  QUOREL_REQUIRE_FAULT_POINT("syscall");
   ScratchFile file;
   file.fill("abc");
   Dispatcher dispatcher;
@@ -807,6 +811,7 @@ TEST(AsyncDispatcher, WithoutAKernelContextEverySubmissionIsRefused) {
 int destroyed = 0;  // io_destroy calls seen
 
 TEST(AsyncDispatcher, TheKernelContextIsReleasedWithTheDispatcher) {
+  QUOREL_REQUIRE_FAULT_POINT("syscall");
   test::fault::StandIn watch("syscall", reinterpret_cast<void*>(+[](long number, long a, long b, long c, long d,
                                                                      long e, long f) -> long {
     static_cast<void>(number == SYS_io_destroy && ++destroyed);
