@@ -64,6 +64,7 @@
 #include <quorel/sal/xio/Endpoint.h>
 #include <quorel/sal/xio/Stream.h>
 #include <quorel/sal/xio/Dispatcher.h>
+#include <quorel/sal/exec/Process.h>
 #include <quorel/sal/xio/scsi/sense.h>
 #include <quorel/sal/xio/scsi/IOControl.h>
 #include <quorel/sal/xio/impl/scsi/op.h>

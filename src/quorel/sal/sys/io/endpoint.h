@@ -14,6 +14,15 @@ typedef int handle;
 // (domain 2, errno).
 void setCloseOnExec(handle fd, bool on);
 
+// dup2(fd, 0|1|2), then close-on-exec on the standard descriptor unless
+// inheritable; fd stays open. Throws sys::Exception "::dup2() failed" (errno)
+// or the fcntl failure.
+void setStdIn(handle fd, bool inheritable);
+void setStdOut(handle fd, bool inheritable);
+void setStdErr(handle fd, bool inheritable);
+// close(fd); the result is returned, not checked.
+int close(handle fd);
+
 }  // namespace endpoint
 }  // namespace io
 }  // namespace sys

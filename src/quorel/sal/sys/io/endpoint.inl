@@ -1,8 +1,9 @@
-// Platform half of the descriptor helpers: fcntl.
+// Platform half of the descriptor helpers: fcntl, dup2, close.
 #include <quorel/sal/sys/io/endpoint.h>
 
 #include <errno.h>
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <quorel/sal/Exception.h>
 #include <quorel/util/Throw.h>
@@ -20,6 +21,26 @@ void setCloseOnExec(handle fd, bool on) {
     QUOREL_THROW(sys::Exception)("::fcntl() failed", i::err::domain::kSystemCall, error);
   }
 }
+
+namespace {
+
+enum stdfd { kInput = 0, kOutput = 1, kError = 2 };
+
+void setStdHandle(stdfd which, handle fd, bool inheritable) {
+  if (::dup2(fd, which) == -1) {
+    const int error = errno;
+    QUOREL_THROW(sys::Exception)("::dup2() failed", i::err::domain::kSystemCall, error);
+  }
+  setCloseOnExec(which, !inheritable);
+}
+
+}  // namespace
+
+void setStdIn(handle fd, bool inheritable) { setStdHandle(kInput, fd, inheritable); }
+void setStdOut(handle fd, bool inheritable) { setStdHandle(kOutput, fd, inheritable); }
+void setStdErr(handle fd, bool inheritable) { setStdHandle(kError, fd, inheritable); }
+
+int close(handle fd) { return ::close(fd); }
 
 }  // namespace endpoint
 }  // namespace io
