@@ -12,6 +12,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <time.h>
 
 #include "fault.h"
@@ -154,6 +155,15 @@ extern "C" long syscall(long number, ...) noexcept {
 }
 #endif  // __SANITIZE_ADDRESS__
 
+QUOREL_INTERPOSE(char*, getcwd, (char* buffer, size_t size), (buffer, size), true, { errno = error; return nullptr; })
+QUOREL_INTERPOSE(int, chdir, (const char* path), (path), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, setenv, (const char* name, const char* value, int replace), (name, value, replace), true,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(int, dup2, (int from, int to), (from, to), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(pid_t, setsid, (), (), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(pid_t, waitpid, (pid_t pid, int* status, int options), (pid, status, options), false,
+                 { errno = error; return -1; })
+
 // ThreadSanitizer calls several of these while it starts, before it can run
 // instrumented code: a definition here would take those calls. Its build
 // leaves them out and the tests that need them skip.
@@ -182,6 +192,9 @@ QUOREL_INTERPOSE_PTHREAD(pthread_sigmask, (int how, const sigset_t* set, sigset_
 QUOREL_INTERPOSE_PTHREAD(pthread_kill, (pthread_t t, int s), (t, s), true)
 QUOREL_INTERPOSE(int, sigaction, (int s, const struct sigaction* action, struct sigaction* old), (s, action, old),
                  true, { errno = error; return -1; })
+// ThreadSanitizer's own fork and kill keep its state right in the child.
+QUOREL_INTERPOSE(pid_t, fork, (), (), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, kill, (pid_t pid, int s), (pid, s), true, { errno = error; return -1; })
 QUOREL_INTERPOSE_PTHREAD(pthread_create,
                          (pthread_t* t, const pthread_attr_t* a, void* (*f)(void*), void* arg), (t, a, f, arg),
                          true)
