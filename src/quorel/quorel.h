@@ -65,6 +65,9 @@
 #include <quorel/sal/xio/Stream.h>
 #include <quorel/sal/xio/Dispatcher.h>
 #include <quorel/sal/exec/Process.h>
+#include <quorel/sal/exec/App.h>
+#include <quorel/sal/sys/exec/AApp.h>
+#include <quorel/sal/sys/exec/sig.h>
 #include <quorel/sal/xio/scsi/sense.h>
 #include <quorel/sal/xio/scsi/IOControl.h>
 #include <quorel/sal/xio/impl/scsi/op.h>

@@ -1,0 +1,207 @@
+// Platform half of the application frame: the instance, the common signal
+// handler, daemonisation (fork, setsid, waitpid, sleep, open, dup2, close).
+#include <quorel/sal/sys/exec/AApp.h>
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <quorel/sal/Exception.h>
+#include <quorel/sal/sys/exec/sig.h>
+#include <quorel/util/Throw.h>
+
+namespace quorel {
+namespace sal {
+namespace sys {
+namespace exec {
+
+namespace {
+AApp* instance = nullptr;
+}  // namespace
+
+sal::exec::SpinLock& AApp::selfLock() {
+  static sal::exec::SpinLock lock;
+  return lock;
+}
+
+AApp::AApp(const sal::exec::TaskHandle& startTask, const sal::exec::TaskHandle& stopTask,
+           const sal::exec::TaskHandle& interruptTask)
+    : startTask_(startTask), stopTask_(stopTask), interruptTask_(interruptTask) {
+  selfLock().lock();
+  const bool taken = instance != nullptr;
+  if (!taken) instance = this;
+  selfLock().unlock();
+  if (taken) {
+    QUOREL_THROW(OperationNotSupportedException)("an application instance already exists",
+                                                 i::err::domain::kApplication, 0);
+  }
+}
+
+AApp::~AApp() {
+  selfLock().lock();
+  if (instance == this) instance = nullptr;
+  selfLock().unlock();
+}
+
+int AApp::onStart() { return startTask_->run(); }
+int AApp::onStop() { return stopTask_->run(); }
+int AApp::onInterrupt() { return interruptTask_->run(); }
+
+AApp& AApp::self() {
+  if (instance == nullptr) {
+    QUOREL_THROW(NULLDereferenceException)("application instance is not set", i::err::domain::kApplication, 0);
+  }
+  return *instance;
+}
+
+namespace appenv {
+
+namespace {
+
+const int kSignals[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP};
+const unsigned long kStopSignals = 0x800c;        // bits 2, 3, 15
+const unsigned long kInterruptSignals = 0x100002;  // bits 1, 20
+
+// Runs in signal context, on whichever thread took the signal.
+void commonHandler(int signal, siginfo_t*, void*) {
+  const int saved = errno;
+  AApp::selfLock().lock();
+  try {
+    const unsigned long bit = 1UL << signal;
+    if ((bit & kStopSignals) != 0) AApp::self().onStop();
+    if ((bit & kInterruptSignals) != 0) AApp::self().onInterrupt();
+  } catch (...) {
+    // A task's failure has nowhere to go from a signal handler.
+  }
+  AApp::selfLock().unlock();
+  errno = saved;
+}
+
+}  // namespace
+
+void init() {
+  for (int signal : kSignals) sig::setHandlerFor(signal, commonHandler, 0);
+}
+
+void fini() {
+  for (int signal : kSignals) {
+    try {
+      sig::toDefault(signal);
+    } catch (const quorel::Exception&) {
+      // Clean-up does not throw.
+    }
+  }
+}
+
+}  // namespace appenv
+
+App::App(const sal::exec::TaskHandle& startTask, const sal::exec::TaskHandle& stopTask,
+         const sal::exec::TaskHandle& interruptTask)
+    : AApp(startTask, stopTask, interruptTask) {
+  appenv::init();
+}
+App::~App() { appenv::fini(); }
+int App::run() {
+  onStart();
+  return 0;
+}
+
+namespace {
+
+using i::err::domain::kSystemCall;
+
+void becomeDaemon() {
+  const pid_t child = ::fork();
+  if (child == -1) {
+    const int error = errno;
+    QUOREL_THROW(sys::Exception)("first ::fork() failed while initializing as daemon", kSystemCall, error);
+  }
+  if (child != 0) {
+    // The launcher: back to its caller once the first child has gone.
+    int status;
+    while (::waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+    ::exit(0);
+  }
+  if (::setsid() == -1) {
+    const int error = errno;
+    QUOREL_THROW(sys::Exception)("::setsid() failed in first child while initializing as daemon", kSystemCall,
+                                 error);
+  }
+  sig::ignore(SIGHUP);
+  const pid_t grandchild = ::fork();
+  if (grandchild == -1) {
+    const int error = errno;
+    QUOREL_THROW(sys::Exception)("second ::fork() failed while initializing as daemon", kSystemCall, error);
+  }
+  if (grandchild != 0) {
+    // The first child gives the daemon time to start, then leaves without
+    // flushing what it shares with the launcher.
+    ::sleep(5);
+    ::_exit(0);
+  }
+}
+
+// A standard descriptor that is closed comes to point at /dev/null; one that
+// is open stays as it is.
+void nullStandardDescriptor(int standard, int flags) {
+  const int fd = ::open("/dev/null", flags);
+  if (fd >= 0 && fd != standard) {
+    ::dup2(standard, fd);
+    ::close(fd);
+  }
+}
+
+}  // namespace
+
+Daemon::Daemon(const sal::exec::TaskHandle& startTask, const sal::exec::TaskHandle& stopTask,
+               const sal::exec::TaskHandle& interruptTask)
+    : AApp(startTask, stopTask, interruptTask) {
+  becomeDaemon();
+  nullStandardDescriptor(0, O_RDONLY);
+  nullStandardDescriptor(1, O_RDWR);
+  nullStandardDescriptor(2, O_RDWR);
+  appenv::init();
+}
+Daemon::~Daemon() { appenv::fini(); }
+int Daemon::run() {
+  onStart();
+  return 0;
+}
+
+}  // namespace exec
+
+namespace runtime {
+
+namespace {
+Control control = {nullptr, nullptr, nullptr, nullptr};
+}  // namespace
+
+void beDaemon() {
+  using i::err::domain::kSystemCall;
+  const pid_t child = ::fork();
+  if (child == -1) {
+    const int error = errno;
+    QUOREL_THROW(sys::Exception)("first ::fork() failed while initializing as daemon", kSystemCall, error);
+  }
+  if (child != 0) ::exit(0);
+  if (::setsid() == -1) {
+    const int error = errno;
+    QUOREL_THROW(sys::Exception)("::setsid() failed in first child while initializing as daemon", kSystemCall,
+                                 error);
+  }
+}
+
+void registerControl(int (*query)(), void (*start)(), void (*stop)(), void (*interrupt)()) {
+  control = Control{query, start, stop, interrupt};
+}
+
+const Control& registeredControl() { return control; }
+
+}  // namespace runtime
+
+}  // namespace sys
+}  // namespace sal
+}  // namespace quorel
