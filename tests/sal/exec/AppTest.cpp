@@ -1,0 +1,280 @@
+// The application frame: contexts, the one instance, signals turned into
+// tasks and back to their defaults, daemons and their failures. Whatever
+// makes process-wide state for good (App::init, daemonising) runs in a
+// child process that reports through a pipe.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <quorel/quorel.h>
+
+#include "support/expect.h"
+#include "support/fault.h"
+
+namespace quorel {
+namespace {
+
+using sal::exec::App;
+using sal::exec::ARunContext;
+using sal::exec::FunctionDispatchTask;
+using sal::exec::TaskHandle;
+using sal::i::err::domain::kApplication;
+using sal::i::err::domain::kSystemCall;
+
+struct ChildRun {
+  int status;  // exit status, -1 when a signal ended it
+  std::string out;
+};
+
+// Runs body in a child process, which writes its findings to the given
+// descriptor and ends with body's result (98 for an exception, whose text
+// it writes).
+ChildRun inChild(const std::function<int(int)>& body) {
+  int ends[2];
+  EXPECT_EQ(::pipe(ends), 0);
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::close(ends[0]);
+    int code = 97;
+    try {
+      code = body(ends[1]);
+    } catch (const quorel::Exception& e) {
+      const std::string text = e.asString();
+      static_cast<void>(::write(ends[1], text.data(), text.size()));
+      code = 98;
+    }
+    ::_exit(code);
+  }
+  ::close(ends[1]);
+  ChildRun run{-1, ""};
+  char buffer[512];
+  for (ssize_t n; (n = ::read(ends[0], buffer, sizeof buffer)) > 0;) run.out.append(buffer, static_cast<size_t>(n));
+  ::close(ends[0]);
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+void say(int fd, const std::string& text) { static_cast<void>(::write(fd, text.data(), text.size())); }
+
+// Counters the tasks move (each child has its own copy).
+int starts = 0, stops = 0, interrupts = 0;
+int start() { return ++starts; }
+int stop() { return ++stops; }
+int interrupt() { return ++interrupts; }
+// Raises each signal at itself and counts what the frame did with it.
+int signalling() {
+  ++starts;
+  for (int signal : {SIGTERM, SIGHUP, SIGINT, SIGQUIT, SIGTSTP}) ::raise(signal);
+  return 0;
+}
+
+TaskHandle task(int (*function)()) { return TaskHandle(new FunctionDispatchTask(function)); }
+
+ARunContext* appContext(int (*startFunction)(), int argc = 1, char** argv = nullptr) {
+  static char name[] = "quorel-test";
+  static char* onlyName[] = {name, nullptr};
+  return ARunContext::newAppContext("test", "a test application", util::Version("1.2.3"), argc,
+                                    argv != nullptr ? argv : onlyName, task(startFunction), task(stop),
+                                    task(interrupt));
+}
+
+bool atDefault(int signal) {
+  struct sigaction now;
+  ::sigaction(signal, nullptr, &now);
+  return now.sa_handler == SIG_DFL && (now.sa_flags & SA_SIGINFO) == 0;
+}
+
+TEST(RunContext, ArgumentsWithoutTheProgramNameAndTheKind) {
+  char program[] = "prog", first[] = "-v", second[] = "file";
+  char* argv[] = {program, first, second, nullptr};
+  std::unique_ptr<ARunContext> app(appContext(start, 3, argv));
+  EXPECT_EQ(app->argVector(), (std::vector<std::string>{"-v", "file"}));
+  EXPECT_EQ(app->name(), "test");
+  EXPECT_EQ(app->description(), "a test application");
+  EXPECT_EQ(app->version().asString(), "1.2.3");
+  EXPECT_TRUE(app->isApp());
+  EXPECT_FALSE(app->isDaemon());
+  std::unique_ptr<ARunContext> alone(appContext(start));
+  EXPECT_TRUE(alone->argVector().empty());
+  std::unique_ptr<ARunContext> daemon(ARunContext::newDaemonContext("d", "", util::Version("1"), 1, argv,
+                                                                    task(start), task(stop), task(interrupt)));
+  EXPECT_TRUE(daemon->isDaemon());
+  EXPECT_FALSE(daemon->isApp());
+}
+
+TEST(AppFrame, SignalsRunTheStopAndInterruptTasksAndGoBackToTheirDefaults) {
+  const ChildRun run = inChild([](int out) {
+    App& app = App::init(App::Context(appContext(signalling)));
+    const int result = app.run();
+    bool defaults = true;
+    for (int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP}) defaults = defaults && atDefault(signal);
+    say(out, "run=" + std::to_string(result) + " starts=" + std::to_string(starts) + " stops=" +
+                 std::to_string(stops) + " interrupts=" + std::to_string(interrupts) +
+                 " defaults=" + (defaults ? "yes" : "no") + " app=" + (app.isApp() ? "yes" : "no") +
+                 " self=" + (&App::self() == &app ? "yes" : "no"));
+    ::raise(SIGTERM);  // the default action now
+    return 0;
+  });
+  EXPECT_EQ(run.out, "run=0 starts=1 stops=3 interrupts=2 defaults=yes app=yes self=yes");
+  EXPECT_EQ(run.status, -1);  // ended by the SIGTERM
+}
+
+TEST(AppFrame, OneApplicationPerProcess) {
+  QUOREL_EXPECT_THROW(sal::sys::exec::AApp::self(), NULLDereferenceException, "application instance is not set",
+                      kApplication, 0);
+  {
+    sal::sys::exec::App first(task(start), task(stop), task(interrupt));
+    EXPECT_EQ(&sal::sys::exec::AApp::self(), &first);
+    QUOREL_EXPECT_THROW(sal::sys::exec::App(task(start), task(stop), task(interrupt)),
+                        OperationNotSupportedException, "an application instance already exists", kApplication, 0);
+    EXPECT_FALSE(atDefault(SIGTERM));
+  }
+  EXPECT_TRUE(atDefault(SIGTERM));
+  { sal::sys::exec::App again(task(start), task(stop), task(interrupt)); }  // after the first is gone
+
+  const ChildRun run = inChild([](int out) {
+    try {
+      App::self();
+    } catch (const OperationNotSupportedException& e) {
+      say(out, e.why() + "; ");
+    }
+    App::init(App::Context(appContext(start)));
+    try {
+      App::init(App::Context(appContext(start)));
+    } catch (const OperationNotSupportedException& e) {
+      say(out, e.why());
+    }
+    return App::self().run();
+  });
+  EXPECT_EQ(run.out, "no application instance has been initialized; an application instance already exists");
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST(AppFrame, SignalCallsThatFailAreReported) {
+  QUOREL_EXPECT_THROW(sal::sys::exec::sig::proc::raiseOn(999999, 0), sal::sys::Exception,
+                      "::kill(pid=999999, signal=0) failed", kSystemCall, ESRCH);
+  sal::sys::exec::sig::proc::raiseOn(::getpid(), 0);  // a signal 0 only checks
+  sigset_t none;
+  sigemptyset(&none);
+  EXPECT_EQ(sal::sys::exec::sig::thr::block(none), 0);
+  EXPECT_EQ(sal::sys::exec::sig::proc::unblock(none), 0);
+
+  QUOREL_REQUIRE_FAULT_POINT("sigaction");
+  test::fault::Injection fail("sigaction", EINVAL);
+  QUOREL_EXPECT_THROW(sal::sys::exec::App(task(start), task(stop), task(interrupt)), sal::sys::Exception,
+                      "::sigaction() failed for signal(2)", kSystemCall, EINVAL);
+  EXPECT_THROW(sal::sys::exec::AApp::self(), NULLDereferenceException);  // nothing stays registered
+}
+
+TEST(AppFrame, ADaemonThatCannotForkReportsIt) {
+  QUOREL_REQUIRE_FAULT_POINT("fork");
+  {
+    test::fault::Injection fail("fork", EAGAIN);
+    QUOREL_EXPECT_THROW(sal::sys::exec::Daemon(task(start), task(stop), task(interrupt)), sal::sys::Exception,
+                        "first ::fork() failed while initializing as daemon", kSystemCall, EAGAIN);
+  }
+  {
+    test::fault::Injection fail("fork", EAGAIN);
+    std::unique_ptr<ARunContext> context(ARunContext::newDaemonContext("d", "", util::Version("1"), 0, nullptr,
+                                                                       task(start), task(stop), task(interrupt)));
+    QUOREL_EXPECT_THROW(context->run(), sal::exec::Exception, "first ::fork() failed while initializing as daemon",
+                        kSystemCall, EAGAIN);
+  }
+  {
+    test::fault::Injection fail("fork", ENOMEM);
+    QUOREL_EXPECT_THROW(sal::sys::runtime::beDaemon(), sal::sys::Exception,
+                        "first ::fork() failed while initializing as daemon", kSystemCall, ENOMEM);
+  }
+  // In the first child: setsid, then the second fork.
+  ChildRun run = inChild([](int) {
+    test::fault::Injection fail("setsid", EPERM);
+    sal::sys::exec::Daemon daemon(task(start), task(stop), task(interrupt));
+    return 0;
+  });
+  EXPECT_NE(run.out.find("::setsid() failed in first child while initializing as daemon"), std::string::npos)
+      << run.out;
+  EXPECT_EQ(run.status, 0);  // the launcher, once the first child is gone
+  run = inChild([](int) {
+    test::fault::Injection fail("fork", EAGAIN, 2);
+    sal::sys::exec::Daemon daemon(task(start), task(stop), task(interrupt));
+    return 0;
+  });
+  EXPECT_NE(run.out.find("second ::fork() failed while initializing as daemon"), std::string::npos) << run.out;
+  run = inChild([](int) {
+    test::fault::Injection fail("setsid", EPERM);
+    sal::sys::runtime::beDaemon();
+    return 0;
+  });
+  EXPECT_NE(run.out.find("::setsid() failed in first child while initializing as daemon"), std::string::npos)
+      << run.out;
+}
+
+TEST(AppFrame, ALightDaemonLeadsANewSession) {
+  sal::sys::runtime::registerControl(start, nullptr, nullptr, nullptr);
+  EXPECT_EQ(sal::sys::runtime::registeredControl().query, start);
+  const ChildRun run = inChild([](int out) {
+    const pid_t launcher = ::getpid();
+    sal::sys::runtime::beDaemon();  // the launcher exits 0 here
+    say(out, std::string(::getsid(0) == ::getpid() ? "leads" : "follows") + (::getpid() != launcher ? " moved" : ""));
+    return 0;
+  });
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "leads moved");
+}
+
+// A labelled slow test (ctest -L slow): the launcher comes back after about
+// five seconds.
+TEST(SlowDaemon, TheLauncherReturnsAfterFiveSecondsAndTheDaemonHasNullForAClosedDescriptor) {
+  const std::string file = "/tmp/quorel-daemon-" + std::to_string(::getpid());
+  const sal::time::absolute before = sal::time::milli::now();
+  static std::string report;
+  report = file;
+  const ChildRun run = inChild([](int) {
+    ::close(0);  // the daemon gets /dev/null here; 1 and 2 stay as they are
+    App::init(App::Context(ARunContext::newDaemonContext(
+        "daemon", "", util::Version("1"), 0, nullptr, task(+[]() {
+          char in[64] = {}, out[64] = {};
+          static_cast<void>(::readlink("/proc/self/fd/0", in, sizeof in - 1));
+          static_cast<void>(::readlink("/proc/self/fd/1", out, sizeof out - 1));
+          const std::string text = std::string(in) + " " + out + " " + (::getsid(0) != ::getpid() ? "session" : "leader") +
+                                   (atDefault(SIGTERM) ? " default" : " handled");
+          const int fd = ::open((report + ".part").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+          static_cast<void>(::write(fd, text.data(), text.size()));
+          ::close(fd);
+          ::rename((report + ".part").c_str(), report.c_str());
+          return 0;
+        }),
+        task(stop), task(interrupt))));
+    return App::self().run();
+  });
+  const sal::time::absolute elapsed = sal::time::milli::now() - before;
+  EXPECT_EQ(run.status, 0);
+  EXPECT_GE(elapsed, 4500);
+  std::string text;
+  for (int n = 0; n < 100 && text.empty(); ++n) {
+    FILE* f = std::fopen(file.c_str(), "r");
+    if (f != nullptr) {
+      char buffer[256] = {};
+      text = std::fgets(buffer, sizeof buffer, f) != nullptr ? buffer : "";
+      std::fclose(f);
+    }
+    if (text.empty()) ::usleep(50000);
+  }
+  ::unlink(file.c_str());
+  EXPECT_EQ(text.substr(0, 10), "/dev/null ");
+  EXPECT_EQ(text.find("/dev/null", 10), std::string::npos) << text;  // standard output left alone
+  EXPECT_NE(text.find(" session handled"), std::string::npos) << text;  // not a session leader after the second fork
+}
+
+}  // namespace
+}  // namespace quorel
