@@ -193,6 +193,44 @@ TEST(QuorelTool, ReadOfAFileStopsAtItsEndAndDiscardReportsTheDevicesRefusal) {
   std::remove(path.c_str());
 }
 
+TEST(QuorelTool, RunExitsWithTheProgramsStatusAndSaysHowItEnded) {
+  ToolRun r = run("run --env QUOREL_X=1 --env QUOREL_Y=a=b --cwd /tmp sh -c 'echo $QUOREL_X $QUOREL_Y $(pwd); exit 3'");
+  EXPECT_EQ(r.status, 3);
+  EXPECT_EQ(r.out, "1 a=b /tmp\n");
+  r = run("run -- true");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "");
+  r = run("run sh -c 'kill -9 $$'");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "quorel: sh was ended by a signal\n");
+  r = run("run /nonexistent/quorel");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "quorel: unable to locate the specified file to excute - No such file or directory\n");
+  // A signal to the tool ends the program, which blocks every signal itself.
+  r = run("run sleep 30 2>&1 & sleep 0.3; kill -TERM $!; wait $!");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "quorel: sleep was ended by a signal\n");
+}
+
+TEST(QuorelTool, LockRunsOneHolderAtATime) {
+  const std::string file = "/tmp/quorel-tool-lock-" + std::to_string(::getpid());
+  FILE* f = std::fopen(file.c_str(), "w");
+  std::fputs("0\n", f);
+  std::fclose(f);
+  // Four holders, each adding 1 twenty times by read, then write.
+  const std::string add = "i=0; while [ $i -lt 20 ]; do n=$(cat " + file + "); echo $((n + 1)) > " + file +
+                          "; i=$((i + 1)); done";
+  const std::string one = std::string(QUOREL_TOOL_PATH) + " lock quorel-tool-test sh -c '" + add + "'";
+  const ToolRun r = run("version 1 && (" + one + " & " + one + " & " + one + " & " + one + " & wait)");
+  EXPECT_EQ(r.status, 0) << r.out;
+  f = std::fopen(file.c_str(), "r");
+  char buffer[32] = {};
+  ASSERT_NE(std::fgets(buffer, sizeof buffer, f), nullptr);
+  std::fclose(f);
+  std::remove(file.c_str());
+  EXPECT_EQ(std::atoi(buffer), 80);
+}
+
 TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
   for (const char* args : {"explain", "explain 2", "explain two 13", "explain 2 13x", "explain 2 0x",
                            "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate",
@@ -201,7 +239,9 @@ TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
                            "read --depth 0", "read --depth 5000", "read --bs", "read --size -1", "read --rw16",
                            "read --scsi", "read --sync --depth 4", "read --frob", "read a b", "read /nonexistent/quorel",
                            "discard", "discard /tmp --offset 0 --length 1", "discard /tmp --offset 1 --length 512 --unmap",
-                           "discard /tmp --offset 0 --length 1K --unmap --trim", "discard /tmp --offset x --length 1 --trim"}) {
+                           "discard /tmp --offset 0 --length 1K --unmap --trim", "discard /tmp --offset x --length 1 --trim",
+                           "run", "run --env", "run --env =x true", "run --env x true", "run --frob true", "run --cwd",
+                           "lock", "lock name"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;

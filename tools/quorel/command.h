@@ -64,6 +64,10 @@ inline long long parseBytes(const std::string& text, const char* what) {
 int read(const std::vector<std::string>& args);
 int discard(const std::vector<std::string>& args);
 
+// The commands that start programs.
+int run(const std::vector<std::string>& args);
+int lock(const std::vector<std::string>& args);
+
 }  // namespace tool
 
 #endif

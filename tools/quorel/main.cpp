@@ -12,6 +12,8 @@
 //   quorel stat PATH...          existence, type, owner access, size and block size
 //   quorel read [PATH] [OPTIONS] reads through a dispatcher and reports IOPS, MB/s and latency
 //   quorel discard PATH ...      UNMAP or TRIM of a byte range
+//   quorel run [OPTIONS] PROGRAM ARGS...  starts a program and exits with its status
+//   quorel lock NAME PROGRAM ARGS...      runs a program while holding a named mutex
 //
 // Exit status: 0 success, 1 a library operation failed, 2 bad usage.
 #include <algorithm>
@@ -60,7 +62,14 @@ const char kUsage[] =
     "                       mean latency\n"
     "  discard PATH --offset O --length L (--unmap|--trim|--satl)\n"
     "                       release a range of a device by SCSI UNMAP, ATA TRIM, or ATA TRIM inside\n"
-    "                       SCSI ATA PASS-THROUGH (sizes take K, M, G, T suffixes)\n";
+    "                       SCSI ATA PASS-THROUGH (sizes take K, M, G, T suffixes)\n"
+    "  run [--detach] [--cwd DIR] [--env K=V]... PROGRAM ARGS...\n"
+    "                       start PROGRAM (found on PATH) with this environment and the given\n"
+    "                       variables, wait for it and exit with its status; SIGINT, SIGTERM and\n"
+    "                       SIGQUIT end it (it starts with every signal blocked)\n"
+    "  lock NAME PROGRAM ARGS...\n"
+    "                       run PROGRAM while holding the named mutex NAME (a lock file in /tmp),\n"
+    "                       so that one such program runs at a time\n";
 
 int explain(const std::vector<std::string>& args) {
   if (args.size() != 2) throw UsageError{"explain takes DOMAIN and CODE"};
@@ -257,6 +266,8 @@ int main(int argc, char** argv) {
     if (command == "stat") return stat(args);
     if (command == "read") return tool::read(args);
     if (command == "discard") return tool::discard(args);
+    if (command == "run") return tool::run(args);
+    if (command == "lock") return tool::lock(args);
     if (command == "help" || command == "--help" || command == "-h") {
       std::cout << kUsage;
       return 0;

@@ -1,0 +1,105 @@
+// quorel run and quorel lock: programs started through Process.
+//
+//   quorel run [--detach] [--cwd DIR] [--env K=V]... PROGRAM ARGS...
+//   quorel lock NAME PROGRAM ARGS...
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <quorel/quorel.h>
+
+#include "command.h"
+
+namespace tool {
+
+namespace {
+
+namespace exec = quorel::sal::exec;
+
+// The child that a signal to the tool ends (SIGKILL: the child starts with
+// every signal blocked, so nothing gentler would reach it).
+exec::Process* running = nullptr;
+
+int waitForChild() { return running->wait(); }
+int endChild() {
+  running->die();
+  return 0;
+}
+
+// Starts program with args and this process's environment (vars win), waits
+// for it with SIGINT/SIGTERM/SIGQUIT passed on, and reports how it ended.
+int launchAndWait(const std::string& program, const exec::Process::ArgList& args,
+                  const std::map<std::string, std::string>& vars, const std::string& directory, bool detach) {
+  exec::LaunchProperty lp;
+  lp.set(exec::op::EnvVars(vars)).set(exec::op::EnvVars(exec::Process::envVars()));
+  if (!directory.empty()) lp.set(exec::op::WorkingDirectory(directory));
+  if (detach) lp.hint(exec::op::Detach());
+  exec::Process child = exec::Process::create(program, args, lp);
+  if (detach) {
+    std::cout << "started " << program << " detached\n";
+    return 0;
+  }
+  running = &child;
+  exec::TaskHandle start(new exec::FunctionDispatchTask(waitForChild));
+  exec::TaskHandle stop(new exec::FunctionDispatchTask(endChild));
+  exec::App::init(exec::App::Context(exec::ARunContext::newAppContext(
+      "quorel", "runs a program", quorel::util::Version("1"), 0, nullptr, start, stop, stop)));
+  exec::App::self().run();
+  running = nullptr;
+  const int code = child.wait();  // remembered by the start task's wait
+  if (code < 0) {
+    std::cerr << "quorel: " << program << " was ended by a signal\n";
+    return 1;
+  }
+  return code;
+}
+
+}  // namespace
+
+int run(const std::vector<std::string>& args) {
+  std::map<std::string, std::string> vars;
+  std::string directory;
+  bool detach = false;
+  size_t i = 0;
+  for (; i < args.size() && !args[i].empty() && args[i][0] == '-'; ++i) {
+    const std::string& a = args[i];
+    if (a == "--detach") {
+      detach = true;
+    } else if (a == "--cwd" || a == "--env") {
+      if (++i == args.size()) throw UsageError{a + " needs a value"};
+      if (a == "--cwd") {
+        directory = args[i];
+      } else {
+        const size_t equals = args[i].find('=');
+        if (equals == std::string::npos || equals == 0) throw UsageError{"--env takes NAME=VALUE, not '" + args[i] + "'"};
+        vars[args[i].substr(0, equals)] = args[i].substr(equals + 1);
+      }
+    } else if (a == "--") {
+      ++i;
+      break;
+    } else {
+      throw UsageError{"unknown option '" + a + "'"};
+    }
+  }
+  if (i == args.size()) throw UsageError{"run takes a PROGRAM"};
+  const exec::Process::ArgList programArgs(args.begin() + static_cast<long>(i) + 1, args.end());
+  return launchAndWait(args[i], programArgs, vars, directory, detach);
+}
+
+int lock(const std::vector<std::string>& args) {
+  if (args.size() < 2) throw UsageError{"lock takes NAME and a PROGRAM"};
+  exec::NamedMutex mutex(args[0]);
+  mutex.lock();
+  int code;
+  try {
+    code = launchAndWait(args[1], exec::Process::ArgList(args.begin() + 2, args.end()), {}, "", false);
+  } catch (...) {
+    mutex.unlock();
+    throw;
+  }
+  mutex.unlock();
+  return code;
+}
+
+}  // namespace tool
