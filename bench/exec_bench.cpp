@@ -1,4 +1,11 @@
-// Locks, condition ping-pong and thread creation against the standard library.
+// Locks, condition ping-pong, thread creation, process launching and named
+// mutexes against the standard library and the raw calls.
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -119,3 +126,49 @@ void BM_StdThreadCreateJoin(benchmark::State& state) {
 BENCHMARK(BM_StdThreadCreateJoin)->UseRealTime();
 
 }  // namespace
+
+// Starting /bin/true and waiting for it: Process against posix_spawn.
+void BM_ProcessCreateWait(benchmark::State& state) {
+  const quorel::sal::exec::LaunchProperty lp;
+  for (auto _ : state) {
+    quorel::sal::exec::Process child = quorel::sal::exec::Process::create("/bin/true", {}, lp);
+    benchmark::DoNotOptimize(child.wait());
+  }
+}
+BENCHMARK(BM_ProcessCreateWait)->UseRealTime();
+
+void BM_PosixSpawnWaitpid(benchmark::State& state) {
+  char program[] = "/bin/true";
+  char* argv[] = {program, nullptr};
+  char* envp[] = {nullptr};
+  for (auto _ : state) {
+    pid_t pid;
+    ::posix_spawn(&pid, program, nullptr, nullptr, argv, envp);
+    int status;
+    ::waitpid(pid, &status, 0);
+    benchmark::DoNotOptimize(status);
+  }
+}
+BENCHMARK(BM_PosixSpawnWaitpid)->UseRealTime();
+
+// A named mutex's lock and unlock (record lock on its /tmp file) against
+// flock(2) on an open file.
+void BM_NamedMutexLockUnlock(benchmark::State& state) {
+  quorel::sal::exec::NamedMutex mutex("quorel-bench");
+  for (auto _ : state) {
+    mutex.lock();
+    mutex.unlock();
+  }
+}
+BENCHMARK(BM_NamedMutexLockUnlock);
+
+void BM_FlockLockUnlock(benchmark::State& state) {
+  const int fd = ::open("/tmp/quorel-bench-flock", O_RDWR | O_CREAT, 0600);
+  for (auto _ : state) {
+    ::flock(fd, LOCK_EX);
+    ::flock(fd, LOCK_UN);
+  }
+  ::close(fd);
+  ::unlink("/tmp/quorel-bench-flock");
+}
+BENCHMARK(BM_FlockLockUnlock);

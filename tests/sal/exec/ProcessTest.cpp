@@ -2,6 +2,7 @@
 // working directory, exit codes, process-group signals, the child's signal
 // mask, detached launches, and the calling process's helpers.
 #include <dirent.h>
+#include <sched.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -9,6 +10,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <thread>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -183,6 +185,14 @@ TEST(Process, ExitCodesAndASignalledChildAreRemembered) {
   Process killed = Process::create("/bin/sh", {"-c", "kill -9 $$"}, LaunchProperty());
   EXPECT_EQ(killed.wait(), -1);
   EXPECT_EQ(killed.wait(), -1);
+
+  // Concurrent waiters: one waitpid, the same code for all.
+  Process slow = Process::create("/bin/sh", {"-c", "sleep 0.2; exit 5"}, LaunchProperty());
+  int codes[4] = {0, 0, 0, 0};
+  std::vector<std::thread> waiters;
+  for (int& code : codes) waiters.emplace_back([&slow, &code] { code = slow.wait(); });
+  for (std::thread& t : waiters) t.join();
+  for (int code : codes) EXPECT_EQ(code, 5);
 }
 
 // The numbers of the processes in a process group.
@@ -289,6 +299,14 @@ TEST(Process, FailedPlatformCallsThrowWithTheirMessages) {
 
 TEST(Process, TheCallingProcessDirectoryAndEnvironment) {
   EXPECT_EQ(Process::selfID(), ::getpid());
+  cpu_set_t before;
+  ASSERT_EQ(::sched_getaffinity(0, sizeof before, &before), 0);
+  Process::bindTo({0});
+  cpu_set_t bound;
+  ASSERT_EQ(::sched_getaffinity(0, sizeof bound, &bound), 0);
+  EXPECT_EQ(CPU_COUNT(&bound), 1);
+  EXPECT_TRUE(CPU_ISSET(0, &bound));
+  ::sched_setaffinity(0, sizeof before, &before);
   const std::string here = Process::currentDirectory();
   char buffer[4096];
   ASSERT_NE(::getcwd(buffer, sizeof buffer), nullptr);
