@@ -68,6 +68,7 @@
 #include <quorel/sal/exec/App.h>
 #include <quorel/sal/sys/exec/AApp.h>
 #include <quorel/sal/sys/exec/sig.h>
+#include <quorel/sal/sys/runtime.h>
 #include <quorel/sal/xio/scsi/sense.h>
 #include <quorel/sal/xio/scsi/IOControl.h>
 #include <quorel/sal/xio/impl/scsi/op.h>

@@ -7,6 +7,8 @@
 #include <quorel/sal/exec/Exception.h>
 #include <quorel/sal/exec/SpinLock.h>
 #include <quorel/sal/sys/exec/AApp.inl>
+#include <quorel/sal/sys/exec/Daemon.inl>
+#include <quorel/sal/sys/runtime.inl>
 #include <quorel/sal/sys/exec/sig.inl>
 #include <quorel/util/Throw.h>
 

@@ -76,21 +76,6 @@ void fini();
 
 }  // namespace exec
 
-namespace runtime {
-// A light daemon: fork, the parent exits 0 at once, the child leads a new
-// session and returns. Throws as Daemon's first fork and setsid.
-void beDaemon();
-// Records control functions for the run-time (nothing in this library calls
-// them).
-struct Control {
-  int (*query)();
-  void (*start)();
-  void (*stop)();
-  void (*interrupt)();
-};
-void registerControl(int (*query)(), void (*start)(), void (*stop)(), void (*interrupt)());
-const Control& registeredControl();
-}  // namespace runtime
 
 }  // namespace sys
 }  // namespace sal

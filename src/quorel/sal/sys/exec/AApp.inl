@@ -1,5 +1,6 @@
-// Platform half of the application frame: the instance, the common signal
-// handler, daemonisation (fork, setsid, waitpid, sleep, open, dup2, close).
+// Platform half of the application frame: the instance, the foreground
+// application and the common signal handler. Daemons are in Daemon.inl, the
+// light daemon in sal/sys/runtime.inl.
 #include <quorel/sal/sys/exec/AApp.h>
 
 #include <errno.h>
@@ -108,99 +109,9 @@ int App::run() {
   return 0;
 }
 
-namespace {
-
-using i::err::domain::kSystemCall;
-
-void becomeDaemon() {
-  const pid_t child = ::fork();
-  if (child == -1) {
-    const int error = errno;
-    QUOREL_THROW(sys::Exception)("first ::fork() failed while initializing as daemon", kSystemCall, error);
-  }
-  if (child != 0) {
-    // The launcher: back to its caller once the first child has gone.
-    int status;
-    while (::waitpid(child, &status, 0) == -1 && errno == EINTR) {
-    }
-    ::exit(0);
-  }
-  if (::setsid() == -1) {
-    const int error = errno;
-    QUOREL_THROW(sys::Exception)("::setsid() failed in first child while initializing as daemon", kSystemCall,
-                                 error);
-  }
-  sig::ignore(SIGHUP);
-  const pid_t grandchild = ::fork();
-  if (grandchild == -1) {
-    const int error = errno;
-    QUOREL_THROW(sys::Exception)("second ::fork() failed while initializing as daemon", kSystemCall, error);
-  }
-  if (grandchild != 0) {
-    // The first child gives the daemon time to start, then leaves without
-    // flushing what it shares with the launcher.
-    ::sleep(5);
-    ::_exit(0);
-  }
-}
-
-// A standard descriptor that is closed comes to point at /dev/null; one that
-// is open stays as it is.
-void nullStandardDescriptor(int standard, int flags) {
-  const int fd = ::open("/dev/null", flags);
-  if (fd >= 0 && fd != standard) {
-    ::dup2(standard, fd);
-    ::close(fd);
-  }
-}
-
-}  // namespace
-
-Daemon::Daemon(const sal::exec::TaskHandle& startTask, const sal::exec::TaskHandle& stopTask,
-               const sal::exec::TaskHandle& interruptTask)
-    : AApp(startTask, stopTask, interruptTask) {
-  becomeDaemon();
-  nullStandardDescriptor(0, O_RDONLY);
-  nullStandardDescriptor(1, O_RDWR);
-  nullStandardDescriptor(2, O_RDWR);
-  appenv::init();
-}
-Daemon::~Daemon() { appenv::fini(); }
-int Daemon::run() {
-  onStart();
-  return 0;
-}
 
 }  // namespace exec
 
-namespace runtime {
-
-namespace {
-Control control = {nullptr, nullptr, nullptr, nullptr};
-}  // namespace
-
-void beDaemon() {
-  using i::err::domain::kSystemCall;
-  const pid_t child = ::fork();
-  if (child == -1) {
-    const int error = errno;
-    QUOREL_THROW(sys::Exception)("first ::fork() failed while initializing as daemon", kSystemCall, error);
-  }
-  if (child != 0) ::exit(0);
-  if (::setsid() == -1) {
-    const int error = errno;
-    QUOREL_THROW(sys::Exception)("::setsid() failed in first child while initializing as daemon", kSystemCall,
-                                 error);
-  }
-}
-
-void registerControl(int (*query)(), void (*start)(), void (*stop)(), void (*interrupt)()) {
-  control = Control{query, start, stop, interrupt};
-}
-
-const Control& registeredControl() { return control; }
-
-}  // namespace runtime
 
 }  // namespace sys
 }  // namespace sal

@@ -1,6 +1,6 @@
 // Platform half of process launching and of the calling process: stat64,
 // fork, setsid, setpgid, sigprocmask, dup2, chdir, execve, waitpid, kill,
-// getcwd, _exit.
+// getcwd, _exit. The environment is in env.inl.
 #include <quorel/sal/sys/exec/proc.h>
 
 #include <errno.h>
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include <quorel/sal/Exception.h>
+#include <quorel/sal/sys/exec/env.inl>
 #include <quorel/sal/sys/io/endpoint.h>
 #include <quorel/util/Throw.h>
 #include <quorel/util/str.h>
@@ -181,31 +182,6 @@ void setCurrentDirectory(const std::string& path) {
 
 }  // namespace proc
 
-namespace env {
-
-std::string valueOf(const std::string& name) {
-  const char* value = ::getenv(name.c_str());
-  return value != nullptr ? value : "";
-}
-
-const std::string setValueOf(const std::string& name, const std::string& value) {
-  const std::string previous = valueOf(name);
-  if (::setenv(name.c_str(), value.c_str(), 1) != 0) {
-    const int error = errno;
-    QUOREL_THROW(sys::Exception)("::setenv() failed", i::err::domain::kCRuntime, error);
-  }
-  return previous;
-}
-
-void fill(std::map<std::string, std::string>& vars) {
-  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-    std::string key, value;
-    util::str::split(*entry, key, value, '=');
-    if (!key.empty()) vars[key] = value;
-  }
-}
-
-}  // namespace env
 
 }  // namespace exec
 }  // namespace sys
