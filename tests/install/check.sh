@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the built library into a scratch prefix and builds a small program
-# against it twice: with pkg-config and with find_package(quorel).
+# Installs the built library into a scratch prefix, builds a small program
+# against it twice (with pkg-config and with find_package(quorel)), then
+# builds the examples against it and runs each.
 set -euo pipefail
 src=$1 build=$2 toolchain=${3:-}
 work=$(mktemp -d)
@@ -23,3 +24,12 @@ cmake -S "$src/tests/install/consumer" -B "$work/consumer-cmake" \
   ${toolchain:+-DCMAKE_TOOLCHAIN_FILE="$toolchain"} -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 cmake --build "$work/consumer-cmake" >/dev/null
 LD_LIBRARY_PATH="$libdir" "$work/consumer-cmake/consumer"
+
+echo "== examples"
+cmake -S "$src/examples" -B "$work/examples" \
+  ${toolchain:+-DCMAKE_TOOLCHAIN_FILE="$toolchain"} -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+cmake --build "$work/examples" >/dev/null
+for example in worker_pool echo device_capacity async_reader capture_output application; do
+  echo "-- $example"
+  LD_LIBRARY_PATH="$libdir" timeout 60 "$work/examples/$example"
+done
