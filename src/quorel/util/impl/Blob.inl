@@ -14,8 +14,9 @@ namespace impl {
 
 namespace {
 
-// Types are the same when their descriptors share one name.
-bool same(const std::type_info& a, const std::type_info& b) { return a.name() == b.name(); }
+// Types are the same when their descriptors say so: by name, so that a
+// descriptor of the program and one of the library agree.
+bool same(const std::type_info& a, const std::type_info& b) { return a == b; }
 
 template <class T>
 bool is(const std::type_info& type) {
