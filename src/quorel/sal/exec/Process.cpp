@@ -38,7 +38,8 @@ LaunchProperty& LaunchProperty::closeSlot(int slot) {
 LaunchProperty& LaunchProperty::replaceSlot(int slot, const xio::Endpoint& endpoint) {
   handle_->stdHandles[slot].mode = Record::kReplace;
   // A null endpoint has no descriptor to give.
-  if (typeid(endpoint.key()) != typeid(xio::impl::NULLOpenSpec)) {
+  const xio::impl::AOpenSpec& spec = endpoint.key();
+  if (typeid(spec) != typeid(xio::impl::NULLOpenSpec)) {
     handle_->stdHandles[slot].descriptor = static_cast<pod::int32>(endpoint.id());
   }
   return *this;
