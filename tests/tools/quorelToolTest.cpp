@@ -37,7 +37,7 @@ TEST(QuorelTool, WithoutArgumentsDescribesTheHost) {
   for (const char* line : {"\nprocessor  ", "\nmemory     ", "\nvirtual    ", "\nfirmware   ", "\nbuild      linux26 ia32"}) {
     EXPECT_NE(r.out.find(line), std::string::npos) << line;
   }
-  EXPECT_EQ(run("help").out.rfind("usage: quorel COMMAND", 0), 0u);
+  EXPECT_EQ(run("help").out.rfind("usage: quorel [--json] [--verbose] COMMAND", 0), 0u);
 }
 
 TEST(QuorelTool, ExplainPrintsDomainAndMessageTexts) {
@@ -237,6 +237,57 @@ TEST(QuorelTool, LockRunsOneHolderAtATime) {
   EXPECT_EQ(std::atoi(buffer), 80);
 }
 
+const char* const kCommands[] = {"info", "stat",    "read", "discard", "sense", "explain", "uuid",
+                                 "version", "resolve", "addr", "cat", "run",   "lock",    "clock"};
+
+TEST(QuorelTool, EveryCommandHasItsHelpAndItsPlaceInTheManualPage) {
+  const std::string usage = run("help").out;
+  const std::string manual = run("help --man").out;
+  EXPECT_EQ(manual.rfind(".TH QUOREL 1 ", 0), 0u);
+  for (const char* command : kCommands) {
+    SCOPED_TRACE(command);
+    EXPECT_NE(usage.find(std::string("\n  ") + command), std::string::npos);
+    EXPECT_NE(manual.find(std::string(".TP\n.B ") + command), std::string::npos);
+    const ToolRun help = run(std::string("help ") + command);
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.out.rfind(std::string("usage: quorel ") + command, 0), 0u) << help.out;
+    EXPECT_EQ(run(std::string(command) + " --help").out, help.out);  // the same text, nothing run
+  }
+  EXPECT_EQ(run("--help").out, usage);
+  const ToolRun unknown = run("help frobnicate");
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_EQ(unknown.out, "quorel: no command 'frobnicate' (run 'quorel help' for usage)\n");
+  // A program's own --help is its own.
+  EXPECT_EQ(run("run echo x --help").out, "x --help\n");
+}
+
+TEST(QuorelTool, JsonForScriptsAndVerboseFailures) {
+  EXPECT_EQ(run("--json version 2.6.32").out, "{\"version\": \"2.6.32\", \"major\": 2, \"minor\": 6, \"patch\": 32, \"build\": 0}\n");
+  EXPECT_EQ(run("explain 2 13 --json").out,
+            "{\"domain\": 2, \"domainText\": \"system call error\", \"code\": 13, \"text\": \"Permission denied\"}\n");
+  EXPECT_EQ(run("addr 10.1.2.3/8 --json").out,
+            "{\"address\": \"10.1.2.3\", \"network\": \"10.0.0.0\", \"mask\": \"255.0.0.0\", \"prefix\": 8, "
+            "\"broadcast\": \"10.255.255.255\"}\n");
+  EXPECT_EQ(run("sense 70 00 05 00 00 00 00 0a 00 00 00 00 24 00 --json").out,
+            "{\"description\": \"05/24/00 (ILLEGAL REQUEST / INVALID FIELD IN CDB)\", \"bytes\": \"70000500 0000000A "
+            "00000000 2400\"}\n");
+  EXPECT_EQ(run("stat /nonexistent/quorel --json").out, "[{\"path\": \"/nonexistent/quorel\", \"exists\": false}]\n");
+  const std::string uuids = run("uuid 2 --json").out;
+  EXPECT_EQ(uuids.size(), 2 + 2 * 38 + 2 + 1u) << uuids;  // ["…", "…"]
+  for (const char* command : {"--json", "--json clock", "--json resolve localhost 80", "--json read --size 64K"}) {
+    const ToolRun r = run(command);
+    EXPECT_EQ(r.status, 0) << command;
+    EXPECT_TRUE(r.out.size() > 2 && (r.out[0] == '{' || r.out[0] == '[') && r.out.back() == '\n') << r.out;
+    EXPECT_EQ(r.out.find('\n'), r.out.size() - 1) << "one line: " << r.out;
+  }
+  EXPECT_NE(run("--json").out.find("\"build\": {\"os\": \"linux26\", \"cpu\": \"ia32\", \"arch\": \"i386\"}"),
+            std::string::npos);
+  const ToolRun verbose = run("--verbose cat /nonexistent/quorel");
+  EXPECT_EQ(verbose.status, 1);
+  EXPECT_EQ(verbose.out.rfind("quorel: quorel::sal::xio::OpenException: where='", 0), 0u) << verbose.out;
+  EXPECT_NE(verbose.out.find("@sal/xio/impl/fopen.inl)"), std::string::npos) << verbose.out;
+}
+
 TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
   for (const char* args : {"explain", "explain 2", "explain two 13", "explain 2 13x", "explain 2 0x",
                            "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate",
@@ -247,7 +298,7 @@ TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
                            "discard", "discard /tmp --offset 0 --length 1", "discard /tmp --offset 1 --length 512 --unmap",
                            "discard /tmp --offset 0 --length 1K --unmap --trim", "discard /tmp --offset x --length 1 --trim",
                            "run", "run --env", "run --env =x true", "run --env x true", "run --frob true", "run --cwd",
-                           "lock", "lock name"}) {
+                           "lock", "lock name", "help a b"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;

@@ -9,6 +9,21 @@
 
 namespace tool {
 
+// Options of every command: --json (machine-readable results) and --verbose
+// (a failure's whole diagnostic line).
+struct Options {
+  bool json = false;
+  bool verbose = false;
+};
+extern Options options;
+
+// The help texts (help.cpp): the usage summary, one command's help, the
+// manual page, all from one table.
+std::string usage();
+bool isCommand(const std::string& name);
+std::string helpFor(const std::string& name);
+std::string manualPage();
+
 // A usage error: reported on one line, exit status 2.
 struct UsageError {
   std::string message;

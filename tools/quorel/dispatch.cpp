@@ -17,6 +17,7 @@
 #include <quorel/quorel.h>
 
 #include "command.h"
+#include "json.h"
 
 namespace tool {
 
@@ -161,10 +162,24 @@ class Reader : public AFailureKeeper {
   }
   void on(xio::i::op::Write, int, xio::Request&) override {}
 
-  void report(std::ostream& out) const {
+  void report(std::ostream& out, const std::string& path) const {
     const uint64 now = tick::now();
     if (progress_ && tick::as::milli(started_, now) >= 500) std::cerr << "\r" << std::string(70, ' ') << "\r";
     const double elapsed = seconds(now);
+    if (options.json) {
+      out << json::Object()
+                 .add("path", path)
+                 .add("bytes", bytes_)
+                 .add("ios", ios_)
+                 .add("iops", elapsed > 0 ? ios_ / elapsed : 0)
+                 .add("megabytesPerSecond", elapsed > 0 ? bytes_ / elapsed / 1e6 : 0)
+                 .add("meanLatencyMicroseconds", ios_ > 0 ? static_cast<double>(latency_) / ios_ / 1000 : 0)
+                 .add("elapsedSeconds", elapsed)
+                 .add("failure", failure())
+                 .str()
+          << "\n";
+      return;
+    }
     out << std::fixed << "bytes " << bytes_ << "  ios " << ios_ << "  IOPS " << std::setprecision(0)
         << (elapsed > 0 ? ios_ / elapsed : 0) << "  MB/s " << std::setprecision(1)
         << (elapsed > 0 ? bytes_ / elapsed / 1e6 : 0) << "  mean latency " << std::setprecision(1)
@@ -277,7 +292,7 @@ int read(const std::vector<std::string>& args) {
   Offsets offsets(size, blockSize, random, ios < 0 ? size / blockSize : ios);
   const bool terminal = ::isatty(2) == 1;
   Reader reader(offsets, blockSize, terminal);
-  std::cout << "read " << path << (scratch ? " (temporary)" : "") << ": " << bytesText(size) << ", "
+  if (!options.json) std::cout << "read " << path << (scratch ? " (temporary)" : "") << ": " << bytesText(size) << ", "
             << (async ? "async depth " + std::to_string(depth) : std::string("sync")) << ", "
             << bytesText(blockSize) << " blocks, " << (random ? "random" : "sequential") << ", "
             << (direct ? "direct" : "buffered")
@@ -296,7 +311,7 @@ int read(const std::vector<std::string>& args) {
   for (auto& request : requests) reader.start(*request);
   drain(dispatcher);
   dispatcher.unlock();
-  reader.report(std::cout);
+  reader.report(std::cout, path);
   if (reader.failed()) {
     std::cerr << "quorel: " << reader.failure() << "\n";
     return 1;
@@ -373,8 +388,19 @@ int discard(const std::vector<std::string>& args) {
     std::cerr << "quorel: " << handler.failure() << "\n";
     return 1;
   }
-  std::cout << "discarded " << bytesText(handler.done) << " at " << offset << " of " << path << " by " << name
-            << " in " << blockSize << "-byte blocks\n";
+  if (options.json) {
+    std::cout << json::Object()
+                     .add("path", path)
+                     .add("offset", offset)
+                     .add("bytes", handler.done)
+                     .add("method", name)
+                     .add("blockSize", blockSize)
+                     .str()
+              << "\n";
+  } else {
+    std::cout << "discarded " << bytesText(handler.done) << " at " << offset << " of " << path << " by " << name
+              << " in " << blockSize << "-byte blocks\n";
+  }
   return 0;
 }
 

@@ -29,52 +29,30 @@
 #include <quorel/quorel.h>
 
 #include "command.h"
+#include "json.h"
 
+namespace json = tool::json;
+using tool::options;
 using tool::parseInteger;
 using tool::parseSize;
 using tool::UsageError;
 
 namespace {
 
-const char kUsage[] =
-    "usage: quorel COMMAND [ARGUMENTS]\n"
-    "\n"
-    "commands:\n"
-    "  info                 the host: system, word size, processor, memory, virtualisation,\n"
-    "                       firmware identity, build target (the default)\n"
-    "  explain DOMAIN CODE  print the domain and message texts of an error code\n"
-    "                       (DOMAIN 0-6; CODE decimal, negative or 0x-prefixed hexadecimal)\n"
-    "  clock                print the wall clock (micro-, milliseconds, seconds) and the tick\n"
-    "  uuid [N]             print N new time-based identifiers (default 1)\n"
-    "  version TEXT         print the version number TEXT as parsed (up to four components)\n"
-    "  resolve HOST [SERVICE]  print each resolver result: family, numeric name, port, description\n"
-    "  addr TEXT/PREFIX     print network, mask, prefix length and broadcast of an IPv4 or IPv6 prefix\n"
-    "  cat [--bs N] FILE... copy files to standard output through buffers of N bytes (K, M suffixes)\n"
-    "  sense HEX...         decode SCSI sense bytes given in hexadecimal (spaces anywhere)\n"
-    "  stat PATH...         existence, type, owner access, size and block size; for devices each\n"
-    "                       READ CAPACITY result or why it failed\n"
-    "  read [PATH] [--async|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--ios N] [--direct]\n"
-    "       [--random] [--scsi [--rw16|--rw32]]\n"
-    "                       read the first SIZE bytes of PATH (or of a temporary 64 MiB file) through a\n"
-    "                       dispatcher: asynchronous at depth N (default 32) or synchronous, requests of\n"
-    "                       --bs bytes (default 4K), N of them (default: SIZE once over), O_DIRECT,\n"
-    "                       random offsets, SCSI READ commands; prints bytes, I/Os, IOPS, MB/s and\n"
-    "                       mean latency\n"
-    "  discard PATH --offset O --length L (--unmap|--trim|--satl)\n"
-    "                       release a range of a device by SCSI UNMAP, ATA TRIM, or ATA TRIM inside\n"
-    "                       SCSI ATA PASS-THROUGH (sizes take K, M, G, T suffixes)\n"
-    "  run [--detach] [--cwd DIR] [--env K=V]... PROGRAM ARGS...\n"
-    "                       start PROGRAM (found on PATH) with this environment and the given\n"
-    "                       variables, wait for it and exit with its status; SIGINT, SIGTERM and\n"
-    "                       SIGQUIT end it (it starts with every signal blocked)\n"
-    "  lock NAME PROGRAM ARGS...\n"
-    "                       run PROGRAM while holding the named mutex NAME (a lock file in /tmp),\n"
-    "                       so that one such program runs at a time\n";
-
 int explain(const std::vector<std::string>& args) {
   if (args.size() != 2) throw UsageError{"explain takes DOMAIN and CODE"};
   const auto domain = static_cast<quorel::sal::i::err::domain::code>(parseInteger(args[0], "domain"));
   const int code = parseInteger(args[1], "code");
+  if (options.json) {
+    std::cout << json::Object()
+                     .add("domain", static_cast<int>(domain))
+                     .add("domainText", quorel::sal::err::asString(domain))
+                     .add("code", code)
+                     .add("text", quorel::sal::err::asString(code, domain))
+                     .str()
+              << "\n";
+    return 0;
+  }
   std::cout << "domain " << static_cast<int>(domain) << ": " << quorel::sal::err::asString(domain)
             << "\n"
             << "code " << code << " (0x" << std::hex << static_cast<unsigned int>(code) << std::dec
@@ -86,6 +64,16 @@ int clock(const std::vector<std::string>& args) {
   if (!args.empty()) throw UsageError{"clock takes no arguments"};
   namespace time = quorel::sal::time;
   const time::absolute micro = time::micro::now();
+  if (options.json) {
+    std::cout << json::Object()
+                     .add("micro", micro)
+                     .add("milli", micro / 1000)
+                     .add("seconds", micro / 1000000)
+                     .add("tick", time::tick::now())
+                     .str()
+              << "\n";
+    return 0;
+  }
   std::cout << "micro  " << micro << " us since the epoch\n"
             << "milli  " << micro / 1000 << " ms since the epoch\n"
             << "now    " << micro / 1000000 << " s since the epoch\n"
@@ -97,14 +85,33 @@ int uuid(const std::vector<std::string>& args) {
   if (args.size() > 1) throw UsageError{"uuid takes at most one count"};
   const int count = args.empty() ? 1 : parseInteger(args[0], "count");
   if (count < 0) throw UsageError{"invalid count '" + args[0] + "'"};
-  for (int i = 0; i < count; ++i) std::cout << quorel::util::UUID().asString() << "\n";
+  std::vector<std::string> ids;
+  for (int i = 0; i < count; ++i) ids.push_back(quorel::util::UUID().asString());
+  if (options.json) {
+    for (std::string& id : ids) id = json::quote(id);
+    std::cout << json::array(ids) << "\n";
+    return 0;
+  }
+  for (const std::string& id : ids) std::cout << id << "\n";
   return 0;
 }
 
 int version(const std::vector<std::string>& args) {
   if (args.size() != 1) throw UsageError{"version takes one TEXT"};
   try {
-    std::cout << quorel::util::Version(args[0]).asString() << "\n";
+    const quorel::util::Version v(args[0]);
+    if (options.json) {
+      std::cout << json::Object()
+                       .add("version", v.asString())
+                       .add("major", v.majorNumber())
+                       .add("minor", v.minorNumber())
+                       .add("patch", v.patch())
+                       .add("build", v.build())
+                       .str()
+                << "\n";
+    } else {
+      std::cout << v.asString() << "\n";
+    }
   } catch (const quorel::util::str::Exception&) {
     throw UsageError{"invalid version '" + args[0] + "'"};
   }
@@ -115,13 +122,24 @@ int resolve(const std::vector<std::string>& args) {
   if (args.empty() || args.size() > 2) throw UsageError{"resolve takes HOST and an optional SERVICE"};
   const char* service = args.size() == 2 ? args[1].c_str() : nullptr;
   const quorel::sal::sys::io::SocketAddressInfo info(args[0].c_str(), service, AF_UNSPEC, SOCK_STREAM, 0, false);
+  std::vector<std::string> results;
   for (quorel::sal::sys::io::SocketAddressInfo::Iterator it(info); !it.atEnd(); it.step()) {
     const quorel::sal::io::AINETAddress address(
         quorel::sal::io::AINETAddress::Handle(quorel::sal::io::impl::inet::newAddressFrom(*it.current())));
     if (!address.impl()) continue;  // a family other than IPv4 and IPv6
+    if (options.json) {
+      results.push_back(json::Object()
+                            .add("family", address.isIPv4() ? "IPv4" : "IPv6")
+                            .add("address", address.numericalName())
+                            .add("port", address.port())
+                            .add("description", address.description())
+                            .str());
+      continue;
+    }
     std::cout << (address.isIPv4() ? "IPv4  " : "IPv6  ") << address.numericalName() << "  port " << address.port()
               << "  " << address.description() << "\n";
   }
+  if (options.json) std::cout << json::array(results) << "\n";
   return 0;
 }
 
@@ -139,6 +157,17 @@ int addr(const std::vector<std::string>& args) {
     const inet::Address mask = inet::Address::createMask(family, length);
     inet::Address network = address.clone();
     network.setMask(mask);
+    if (options.json) {
+      std::cout << json::Object()
+                       .add("address", address.asString())
+                       .add("network", network.asString())
+                       .add("mask", mask.asString())
+                       .add("prefix", mask.prefixLength())
+                       .add("broadcast", inet::Address::broadcastAddressFrom(address, mask).asString())
+                       .str()
+                << "\n";
+      return 0;
+    }
     std::cout << "address    " << address.asString() << "\n"
               << "network    " << network.asString() << "\n"
               << "mask       " << mask.asString() << "\n"
@@ -191,6 +220,14 @@ int sense(const std::vector<std::string>& args) {
   namespace sense = quorel::sal::xio::scsi::sense;
   std::string padded(bytes);
   padded.resize(std::max<size_t>(padded.size(), 32), '\0');  // short sense reads as zeros
+  if (options.json) {
+    std::cout << json::Object()
+                     .add("description", sense::kcq::descriptionFrom(padded.data()))
+                     .add("bytes", sense::hexStringFrom(bytes.data(), static_cast<int>(bytes.size())))
+                     .str()
+              << "\n";
+    return 0;
+  }
   std::cout << "key/asc/ascq  " << sense::kcq::descriptionFrom(padded.data()) << "\n"
             << "bytes         " << sense::hexStringFrom(bytes.data(), static_cast<int>(bytes.size())) << "\n";
   return 0;
@@ -201,8 +238,25 @@ int stat(const std::vector<std::string>& args) {
   static const char* const kTypes[] = {"undetermined",     "directory",        "regular file",
                                        "device",           "tape device",      "block device",
                                        "character device"};
+  std::vector<std::string> reports;
   for (const std::string& path : args) {
     const quorel::sal::fs::Stat s(path);
+    if (options.json) {
+      json::Object o;
+      o.add("path", path).add("exists", s.exists());
+      if (s.exists()) {
+        const int t = s.type() >= 0 && s.type() <= 6 ? s.type() : 0;
+        o.add("type", kTypes[t]).add("ownerRead", s.readAccess() != 0).add("ownerWrite", s.writeAccess() != 0);
+        o.add("size", s.size()).add("blockSize", s.blockSize());
+        if (t == 5 || t == 6) {
+          o.add("sizeByRC10", s.sizeByRC()).add("blockSizeByRC10", s.blockSizeByRC()).add("errorRC10", s.errorRC());
+          o.add("sizeByRC16", s.sizeByRC16()).add("blockSizeByRC16", s.blockSizeByRC16());
+          o.add("errorRC16", s.errorRC16()).add("kernelError", s.error());
+        }
+      }
+      reports.push_back(o.str());
+      continue;
+    }
     std::cout << path << "\n";
     if (!s.exists()) {
       std::cout << "  exists      no\n";
@@ -228,6 +282,7 @@ int stat(const std::vector<std::string>& args) {
       if (!s.error().empty()) std::cout << "  kernel      " << s.error() << "\n";
     }
   }
+  if (options.json) std::cout << json::array(reports) << "\n";
   return 0;
 }
 
@@ -237,6 +292,27 @@ int info(const std::vector<std::string>& args) {
   std::string detail;
   const bool vm = h::env::isVM(detail);
   const std::string firmware = h::env::id();
+  if (options.json) {
+    std::cout << json::Object()
+                     .add("system", h::os::name())
+                     .add("kernel", h::os::version().asString())
+                     .add("bits", h::os::bits())
+                     .add("processor", h::cpu::name())
+                     .add("processors", h::cpu::count())
+                     .add("memoryBytes", h::mem::size())
+                     .add("pageSize", h::mem::pageSize())
+                     .add("virtual", vm)
+                     .add("virtualDetail", detail)
+                     .add("firmware", firmware)
+                     .raw("build", json::Object()
+                                       .add("os", h::build::os())
+                                       .add("cpu", h::build::cpu())
+                                       .add("arch", h::build::arch())
+                                       .str())
+                     .str()
+              << "\n";
+    return 0;
+  }
   std::cout << "system     " << h::os::name() << ", kernel " << h::os::version().asString() << ", " << h::os::bits()
             << "-bit\n"
             << "processor  " << h::cpu::name() << ", " << h::cpu::count() << " online\n"
@@ -249,35 +325,89 @@ int info(const std::vector<std::string>& args) {
 
 }  // namespace
 
+namespace tool {
+Options options;
+}  // namespace tool
+
+namespace {
+
+// Takes --json, --verbose and --help out of args (for run and lock only
+// before the program, whose own arguments they may be); true for --help.
+bool takeCommonOptions(const std::string& command, std::vector<std::string>& args) {
+  bool help = false, passing = false, value = false;
+  std::vector<std::string> rest;
+  for (const std::string& arg : args) {
+    if (!passing && !value && (arg == "--json" || arg == "--verbose" || arg == "--help" || arg == "-h")) {
+      (arg == "--json" ? options.json : arg == "--verbose" ? options.verbose : help) = true;
+      continue;
+    }
+    rest.push_back(arg);
+    if (passing || (command != "run" && command != "lock")) continue;
+    if (value) {
+      value = false;  // the value of --cwd or --env
+    } else if (command == "run" && (arg == "--cwd" || arg == "--env")) {
+      value = true;
+    } else if (command == "lock" || arg == "--" || arg.empty() || arg[0] != '-') {
+      passing = true;  // the program (run) or the mutex's name (lock)
+    }
+  }
+  args = rest;
+  return help;
+}
+
+int dispatch(const std::string& command, const std::vector<std::string>& args) {
+  if (command == "info") return info(args);
+  if (command == "explain") return explain(args);
+  if (command == "clock") return clock(args);
+  if (command == "uuid") return uuid(args);
+  if (command == "version") return version(args);
+  if (command == "resolve") return resolve(args);
+  if (command == "addr") return addr(args);
+  if (command == "cat") return cat(args);
+  if (command == "sense") return sense(args);
+  if (command == "stat") return stat(args);
+  if (command == "read") return tool::read(args);
+  if (command == "discard") return tool::discard(args);
+  if (command == "run") return tool::run(args);
+  if (command == "lock") return tool::lock(args);
+  throw UsageError{"unknown command '" + command + "'"};
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  const std::vector<std::string> all(argv + 1, argv + argc);
-  const std::string command = all.empty() ? "info" : all[0];
-  const std::vector<std::string> args(all.empty() ? all.begin() : all.begin() + 1, all.end());
+  std::vector<std::string> all(argv + 1, argv + argc);
+  // Options before the command.
+  size_t first = 0;
+  for (; first < all.size() && (all[first] == "--json" || all[first] == "--verbose"); ++first) {
+    (all[first] == "--json" ? options.json : options.verbose) = true;
+  }
+  const std::string command = first < all.size() ? all[first] : "info";
+  std::vector<std::string> args(first < all.size() ? all.begin() + static_cast<long>(first) + 1 : all.end(),
+                                all.end());
   try {
-    if (command == "info") return info(args);
-    if (command == "explain") return explain(args);
-    if (command == "clock") return clock(args);
-    if (command == "uuid") return uuid(args);
-    if (command == "version") return version(args);
-    if (command == "resolve") return resolve(args);
-    if (command == "addr") return addr(args);
-    if (command == "cat") return cat(args);
-    if (command == "sense") return sense(args);
-    if (command == "stat") return stat(args);
-    if (command == "read") return tool::read(args);
-    if (command == "discard") return tool::discard(args);
-    if (command == "run") return tool::run(args);
-    if (command == "lock") return tool::lock(args);
     if (command == "help" || command == "--help" || command == "-h") {
-      std::cout << kUsage;
+      if (args.size() == 1 && args[0] == "--man") {
+        std::cout << tool::manualPage();
+      } else if (args.size() == 1) {
+        std::cout << tool::helpFor(args[0]);
+      } else if (args.empty()) {
+        std::cout << tool::usage();
+      } else {
+        throw UsageError{"help takes at most one COMMAND"};
+      }
       return 0;
     }
-    throw UsageError{"unknown command '" + command + "'"};
+    if (takeCommonOptions(command, args)) {
+      std::cout << tool::helpFor(command);
+      return 0;
+    }
+    return dispatch(command, args);
   } catch (const UsageError& e) {
     std::cerr << "quorel: " << e.message << " (run 'quorel help' for usage)\n";
     return 2;
   } catch (const quorel::Exception& e) {
-    std::cerr << "quorel: " << e.asSimpleString() << "\n";
+    std::cerr << "quorel: " << (options.verbose ? e.asString() : e.asSimpleString()) << "\n";
     return 1;
   }
 }

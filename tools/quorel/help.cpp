@@ -1,0 +1,150 @@
+// The tool's help: one table of commands gives the usage summary, each
+// command's help and the manual page, so the three cannot disagree.
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include "command.h"
+
+namespace tool {
+
+namespace {
+
+struct Command {
+  const char* name;
+  const char* synopsis;  // the arguments after the name
+  const char* summary;   // one line for the usage summary
+  const char* details;   // paragraphs for help COMMAND and the manual page
+};
+
+const Command kCommands[] = {
+    {"info", "", "the host: system, processor, memory, virtualisation, firmware, build (the default)",
+     "Describes the host as the library sees it: operating system and kernel version, word size, processor "
+     "and online count, memory and page size, whether it runs in a virtual machine, the firmware identity "
+     "read from the DMI table, and the build target."},
+    {"stat", "PATH...", "existence, type, owner access, size and block size; READ CAPACITY for devices",
+     "For each PATH: whether it exists, its type, the owner's read and write permission, its size and block "
+     "size. For block and character devices also the results of READ CAPACITY (10) and (16) sent to the "
+     "device, or why they failed, and what the kernel reports."},
+    {"read", "[PATH] [--async|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--ios N] [--direct] [--random] "
+             "[--scsi [--rw16|--rw32]]",
+     "read through a dispatcher; bytes, I/Os, IOPS, MB/s and mean latency",
+     "Reads the first SIZE bytes of PATH (without PATH: a temporary 64 MiB file, removed afterwards) "
+     "through a dispatcher: asynchronous (native AIO) with N requests in flight (default 32) or "
+     "synchronous, in requests of --bs bytes (default 4K), --ios of them (default: SIZE once over), "
+     "sequential or at random offsets, buffered or with O_DIRECT, or as SCSI READ(10), (16) or (32) "
+     "commands. Progress goes to standard error when it is a terminal."},
+    {"discard", "PATH --offset O --length L (--unmap|--trim|--satl)",
+     "release a range of a disk by SCSI UNMAP or ATA TRIM",
+     "Releases L bytes at offset O of the device PATH through the synchronous dispatcher: SCSI UNMAP, ATA "
+     "TRIM, or ATA TRIM inside SCSI ATA PASS-THROUGH (--satl). Offset and length are multiples of the "
+     "device's block size."},
+    {"sense", "HEX...", "decode SCSI sense bytes given in hexadecimal",
+     "Decodes fixed or descriptor format sense data: key, additional sense code and qualifier with their "
+     "texts, and the bytes in groups of four. Spaces and colons between digits are ignored."},
+    {"explain", "DOMAIN CODE", "the texts of an error code",
+     "Prints the texts of an error domain (0 application, 1 C run-time, 2 system call, 3 dynamic linker, "
+     "4 address resolution, 5 SCSI command, 6 interface enumeration) and of a code in it. CODE is decimal, "
+     "negative or 0x-prefixed hexadecimal."},
+    {"uuid", "[N]", "N new time-based identifiers (default 1)", "Prints N new time-based identifiers."},
+    {"version", "TEXT", "a dotted version number as the library reads it",
+     "Parses TEXT as a version of up to four numbers and prints it back."},
+    {"resolve", "HOST [SERVICE]", "each resolver result for a host name",
+     "Prints each result of resolving HOST (and SERVICE): family, numeric address, port and description."},
+    {"addr", "TEXT/PREFIX", "network, mask, prefix length and broadcast of an address prefix",
+     "Prints the network, mask, prefix length and broadcast address of an IPv4 or IPv6 prefix."},
+    {"cat", "[--bs SIZE] FILE...", "files to standard output through the buffered streams",
+     "Copies the files to standard output through buffered streams of SIZE bytes (default 64K)."},
+    {"run", "[--detach] [--cwd DIR] [--env NAME=VALUE]... PROGRAM ARGS...",
+     "start a program and exit with its status",
+     "Starts PROGRAM (found on PATH) with this environment plus the given variables, waits for it and exits "
+     "with its status; 1 with a message when a signal ended it. SIGINT, SIGTERM and SIGQUIT to the tool end "
+     "the program, which starts with every signal blocked. --detach starts it in a session of its own and "
+     "returns at once."},
+    {"lock", "NAME PROGRAM ARGS...", "run a program while holding a named mutex",
+     "Runs PROGRAM as run does while holding the named mutex NAME (a record lock on a file in /tmp), so "
+     "that one such program runs at a time, like flock(1)."},
+    {"clock", "", "the wall clock and the monotonic tick",
+     "Prints the wall clock in microseconds, milliseconds and seconds since the epoch, and the monotonic "
+     "tick in nanoseconds."},
+};
+
+const char kCommon[] =
+    "Sizes take K, M, G and T suffixes (powers of 1024). --json prints the result as JSON for scripts "
+    "(every command that reports data); --verbose prints a failure's whole diagnostic line; --help "
+    "prints a command's help. Exit status: 0 success, 1 a library operation failed (the message is the "
+    "exception's short form), 2 bad usage.";
+
+const Command* find(const std::string& name) {
+  for (const Command& c : kCommands) {
+    if (name == c.name) return &c;
+  }
+  return nullptr;
+}
+
+// Words wrapped to width columns after indent spaces.
+std::string wrapped(const std::string& text, int indent, int width) {
+  std::istringstream words(text);
+  std::string out, line, word;
+  while (words >> word) {
+    if (!line.empty() && static_cast<int>(line.size() + 1 + word.size()) > width - indent) {
+      out += std::string(static_cast<size_t>(indent), ' ') + line + "\n";
+      line.clear();
+    }
+    line += (line.empty() ? "" : " ") + word;
+  }
+  if (!line.empty()) out += std::string(static_cast<size_t>(indent), ' ') + line + "\n";
+  return out;
+}
+
+// Text for the manual page: backslashes and leading dots escaped.
+std::string troff(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    if (c == '\\') {
+      out += "\\e";
+    } else if (c == '-') {
+      out += "\\-";
+    } else {
+      out += c;
+    }
+  }
+  if (!out.empty() && (out[0] == '.' || out[0] == '\'')) out = "\\&" + out;
+  return out;
+}
+
+}  // namespace
+
+std::string usage() {
+  std::string text = "usage: quorel [--json] [--verbose] COMMAND [ARGUMENTS]\n\ncommands:\n";
+  for (const Command& c : kCommands) {
+    const std::string head = std::string("  ") + c.name + (*c.synopsis != '\0' ? std::string(" ") + c.synopsis : "");
+    text += head.size() <= 22 ? head + std::string(23 - head.size(), ' ') + c.summary + "\n"
+                              : head + "\n" + wrapped(c.summary, 23, 100);
+  }
+  return text + "\n" + wrapped(kCommon, 0, 100) + "\nquorel help COMMAND describes a command.\n";
+}
+
+bool isCommand(const std::string& name) { return find(name) != nullptr; }
+
+std::string helpFor(const std::string& name) {
+  const Command* c = find(name);
+  if (c == nullptr) throw UsageError{"no command '" + name + "'"};
+  return std::string("usage: quorel ") + c->name + (*c->synopsis != '\0' ? std::string(" ") + c->synopsis : "") +
+         "\n\n" + wrapped(c->details, 2, 100) + "\n" + wrapped(kCommon, 2, 100);
+}
+
+std::string manualPage() {
+  std::string page =
+      ".TH QUOREL 1 \"\" \"quorel\" \"User Commands\"\n"
+      ".SH NAME\nquorel \\- diagnostics, storage I/O and processes through the quorel library\n"
+      ".SH SYNOPSIS\n.B quorel\n[\\fB\\-\\-json\\fR] [\\fB\\-\\-verbose\\fR] \\fICOMMAND\\fR [\\fIARGUMENTS\\fR]\n"
+      ".SH DESCRIPTION\n" + troff(kCommon) + "\n.SH COMMANDS\n";
+  for (const Command& c : kCommands) {
+    page += ".TP\n.B " + std::string(c.name) + (*c.synopsis != '\0' ? " " + troff(c.synopsis) : "") + "\n" +
+            troff(c.details) + "\n";
+  }
+  return page + ".SH EXIT STATUS\n0 success, 1 a library operation failed, 2 bad usage.\n";
+}
+
+}  // namespace tool
