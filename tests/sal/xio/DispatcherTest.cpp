@@ -457,6 +457,22 @@ TEST(SyncDispatcher, ADeviceThatRejectsTheCommandGivesItsStatusAndSense) {
     const std::vector<unsigned char> cdb = {0x88, 0x08, 0, 0, 0, 0, 0, 0, 0, 8, 0, 0, 0, 2, 0, 0};
     EXPECT_EQ(lastCDB, cdb);
   }
+  // A device that does not know ATA PASS-THROUGH: the refusal is a failure
+  // on both TRIM paths (fixed-format sense carries registers only with
+  // 00/1D).
+  for (bool satl : {false, true}) {
+    mux::Spec spec = syncSpec();
+    spec.set<mx::ata::trim::Enabled>();
+    if (satl) spec.set<mx::ata::onscsi::Enabled>();
+    Dispatcher dispatcher = Dispatcher::create(spec, 1);
+    const std::vector<Event> events = runOne(dispatcher, file.open(true, true), true, nullptr, 4096, 0, 512);
+    if (satl) {
+      expectFailure<SCSIWriteException>(events, "write-failed", "ATA TRIM (SATL) failed", kSCSICDB, 2);
+      EXPECT_EQ(events[0].failure->auxData(), sense);
+    } else {
+      expectFailure<WriteException>(events, "write-failed", "ATA TRIM failed", kApplication, 0x51);
+    }
+  }
 }
 
 TEST(SyncDispatcher, ATATRIMWithTheErrorBitGivesTheStatusAndErrorRegisters) {

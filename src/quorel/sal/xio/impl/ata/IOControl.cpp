@@ -62,7 +62,10 @@ bool IOControl::registersFrom(const char* sense, int senseLength, TaskFile& task
     }
     return false;
   }
-  if ((code == 0x70 || code == 0x71) && senseLength >= 5) {
+  // Fixed format carries the registers in its information bytes only with
+  // ATA PASS THROUGH INFORMATION AVAILABLE (00/1D); any other sense is the
+  // device refusing the command.
+  if ((code == 0x70 || code == 0x71) && senseLength >= 14 && s[12] == 0x00 && s[13] == 0x1D) {
     taskFile.features = s[3];  // information bytes: error, status, device, count
     taskFile.command = s[4];
     return true;
@@ -203,14 +206,18 @@ pod::int64 ataOnSCSITRIMWithoutException(impl::scsi::IOControl& io, i::id::type 
     ata::IOControl::buildPassThrough(io.cdb(), taskFile, true, true, true);
     int length = 512;
     if (io.execute(1, id, 16, timeout, payload, length, status, senseLength) == 0) return -1;
-    if (ata::IOControl::registersFrom(io.senseData(), senseLength, taskFile) && (taskFile.command & 0x01) != 0) {
-      status = taskFile.command;
-      senseLength = taskFile.features;
+    // With check-condition a good completion still returns CHECK CONDITION,
+    // carrying the registers; without them any status other than GOOD is the
+    // device refusing the command.
+    if (ata::IOControl::registersFrom(io.senseData(), senseLength, taskFile)) {
+      if ((taskFile.command & 0x01) != 0) {
+        status = taskFile.command;
+        senseLength = taskFile.features;
+        return -1;
+      }
+    } else if (status != 0) {
       return -1;
     }
-    // With check-condition a good completion still returns CHECK CONDITION
-    // carrying the registers; only a status without them is a failure.
-    if (status != 0 && status != 2) return -1;
   }
   return count;
 }

@@ -1,0 +1,38 @@
+#!/bin/sh
+# The quorel tool on the test bed's disks: stat with READ CAPACITY, SCSI reads
+# through the synchronous dispatcher, direct asynchronous reads, UNMAP and
+# TRIM, and a refused discard. Run by scripts/testbed with the tool carried in.
+failures=0
+check() {  # DESCRIPTION COMMAND... : runs the command, which must succeed
+  description=$1
+  shift
+  if out=$("$@" 2>&1); then
+    echo "ok    $description"
+  else
+    echo "FAIL  $description: $out"
+    failures=$((failures + 1))
+  fi
+}
+expect() {  # DESCRIPTION TEXT COMMAND... : the output must hold TEXT
+  description=$1 text=$2
+  shift 2
+  out=$("$@" 2>&1)
+  case "$out" in
+    *"$text"*) echo "ok    $description" ;;
+    *) echo "FAIL  $description: wanted '$text' in: $out"; failures=$((failures + 1)) ;;
+  esac
+}
+
+disk=$QUOREL_SCSI_DEBUG
+expect "stat reads the capacity" "RC(10)      67108864 bytes in blocks of 512" quorel stat "$disk"
+expect "stat --json" '"sizeByRC10": 67108864' quorel stat "$disk" --json
+expect "read --scsi --rw16" '"ios": 256' quorel read "$disk" --scsi --rw16 --bs 4K --size 1M --json
+expect "read --scsi (10)" '"ios": 16' quorel read "$disk" --scsi --bs 64K --size 1M --json
+expect "read --direct --random --depth 16" '"ios": 512' quorel read "$disk" --direct --random --depth 16 --size 2M --json
+check "discard --unmap" quorel discard "$disk" --offset 1M --length 1M --unmap
+expect "discard --satl" "discarded 64 KiB at 0" quorel discard "$QUOREL_AHCI" --offset 0 --length 64K --satl
+expect "discard --trim" "by ATA TRIM in 512-byte blocks" quorel discard "$QUOREL_AHCI" --offset 64K --length 64K --trim
+expect "a SCSI disk refuses ATA TRIM" "quorel: ATA TRIM" quorel discard "$disk" --offset 0 --length 4K --trim
+expect "a misaligned discard" "multiples of the block size (512)" quorel discard "$disk" --offset 1 --length 4K --unmap
+echo "$failures failure(s)"
+[ "$failures" = 0 ]
