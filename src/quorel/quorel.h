@@ -1,4 +1,5 @@
-// The whole public interface of quorel.
+/// \file
+/// The whole public interface of quorel.
 #ifndef QUOREL_QUOREL_H
 #define QUOREL_QUOREL_H
 

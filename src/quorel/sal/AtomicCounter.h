@@ -1,4 +1,5 @@
-// AtomicCounter: the handle counter policy that is safe across threads.
+/// \file
+/// AtomicCounter: the handle counter policy that is safe across threads.
 #ifndef QUOREL_SAL_ATOMICCOUNTER_H
 #define QUOREL_SAL_ATOMICCOUNTER_H
 

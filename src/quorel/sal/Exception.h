@@ -1,4 +1,5 @@
-// The system abstraction layer's root exception and the classes of its diagnostics, platform and memory areas.
+/// \file
+/// The system abstraction layer's root exception and the classes of its diagnostics, platform and memory areas.
 #ifndef QUOREL_SAL_EXCEPTION_H
 #define QUOREL_SAL_EXCEPTION_H
 
@@ -7,7 +8,7 @@
 namespace quorel {
 namespace sal {
 
-// Root of the system abstraction layer's exceptions.
+/// Root of the system abstraction layer's exceptions.
 class Exception : public quorel::Exception {
  public:
   using quorel::Exception::Exception;
@@ -15,7 +16,7 @@ class Exception : public quorel::Exception {
 };
 
 namespace diag {
-// Declared for diagnostics; the library itself does not throw it.
+/// Declared for diagnostics; the library itself does not throw it.
 class Exception : public sal::Exception {
  public:
   using sal::Exception::Exception;
@@ -24,7 +25,7 @@ class Exception : public sal::Exception {
 }  // namespace diag
 
 namespace sys {
-// A failure of the platform layer: the usual class for a failed POSIX call.
+/// A failure of the platform layer: the usual class for a failed POSIX call.
 class Exception : public sal::Exception {
  public:
   using sal::Exception::Exception;
@@ -33,7 +34,7 @@ class Exception : public sal::Exception {
 }  // namespace sys
 
 namespace vm {
-// A memory allocation that failed.
+/// A memory allocation that failed.
 class Exception : public sal::Exception {
  public:
   using sal::Exception::Exception;

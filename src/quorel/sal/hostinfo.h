@@ -1,4 +1,5 @@
-// hostinfo: the operating system, processor, memory, environment and build.
+/// \file
+/// hostinfo: the operating system, processor, memory, environment and build.
 #ifndef QUOREL_SAL_HOSTINFO_H
 #define QUOREL_SAL_HOSTINFO_H
 
@@ -13,36 +14,36 @@ namespace hostinfo {
 
 // Taken when the library is loaded; nothing here throws.
 namespace os {
-// The system name and the distribution description in double quotes:
-// Linux "Debian GNU/Linux 12 (bookworm)".
+/// The system name and the distribution description in double quotes:
+/// Linux "Debian GNU/Linux 12 (bookworm)".
 const std::string& name();
-// The kernel release cut at its first character outside "0123456789."
-// (2.6.32-754.el6 gives 2.6.32).
+/// The kernel release cut at its first character outside "0123456789."
+/// (2.6.32-754.el6 gives 2.6.32).
 const util::Version& version();
-// The word size of this build: 32 (64 for the native sanitizer build).
+/// The word size of this build: 32 (64 for the native sanitizer build).
 int bits();
 }  // namespace os
 
 namespace cpu {
-// The model name with its family, model and stepping, or "X86".
+/// The model name with its family, model and stepping, or "X86".
 const std::string& name();
-// The processors the kernel has online (/sys/devices/system/cpu/online).
+/// The processors the kernel has online (/sys/devices/system/cpu/online).
 int count();
 }  // namespace cpu
 
 namespace mem {
 unsigned int pageSize();
-// Physical memory in bytes: sysconf's physical pages times the page size.
+/// Physical memory in bytes: sysconf's physical pages times the page size.
 pod::uint64 size();
 }  // namespace mem
 
 namespace env {
-// The firmware's identity: the manufacturer, product, version and serial
-// strings of the System Information and Base Board structures, joined by
-// " / " in table order. Read on first use and kept; "" if no table could
-// be read.
+/// The firmware's identity: the manufacturer, product, version and serial
+/// strings of the System Information and Base Board structures, joined by
+/// " / " in table order. Read on first use and kept; "" if no table could
+/// be read.
 std::string id();
-// Whether the processor reports a hypervisor.
+/// Whether the processor reports a hypervisor.
 bool isVM();
 bool isVM(std::string& detail);
 const std::string& execPath();     // "" on this platform

@@ -1,4 +1,5 @@
-// ADeallocatorOf: the handle policy that deletes a single object.
+/// \file
+/// ADeallocatorOf: the handle policy that deletes a single object.
 #ifndef QUOREL_UTIL_ADEALLOCATOROF_H
 #define QUOREL_UTIL_ADEALLOCATOROF_H
 
@@ -7,7 +8,7 @@ namespace util {
 
 template <class T>
 struct ADeallocatorOf {
-  // Destroys and releases the object with delete; does nothing for null.
+  /// Destroys and releases the object with delete; does nothing for null.
   static void free(T* object) {
     if (object != nullptr) delete object;
   }

@@ -1,12 +1,13 @@
-// ASimpleFinalizerOf: calls a function with a value when a scope ends.
+/// \file
+/// ASimpleFinalizerOf: calls a function with a value when a scope ends.
 #ifndef QUOREL_UTIL_ASIMPLEFINALIZEROF_H
 #define QUOREL_UTIL_ASIMPLEFINALIZEROF_H
 
 namespace quorel {
 namespace util {
 
-// Typically ASimpleFinalizerOf<int, int (*)(int)>: a descriptor and the
-// function that closes it. The function's result is ignored.
+/// Typically ASimpleFinalizerOf<int, int (*)(int)>: a descriptor and the
+/// function that closes it. The function's result is ignored.
 template <class T, class F>
 class ASimpleFinalizerOf {
  public:

@@ -1,5 +1,6 @@
-// quorel::Exception, the root of every exception the library throws, and the
-// classes of the top and utility namespaces.
+/// \file
+/// quorel::Exception, the root of every exception the library throws, and the
+/// classes of the top and utility namespaces.
 #ifndef QUOREL_UTIL_EXCEPTION_H
 #define QUOREL_UTIL_EXCEPTION_H
 
@@ -11,21 +12,21 @@
 
 namespace quorel {
 
-// An exception records which function failed, why, the error number and its
-// domain, the throw's source position and, for SCSI failures, the sense bytes.
-// It is thrown by value and caught by reference.
-//
-// where() and file() point at static text that is never copied; why() and
-// auxData() are owned copies. what() is std::exception's: use asString() for
-// the full diagnostic and asSimpleString() for a line fit for end users.
+/// An exception records which function failed, why, the error number and its
+/// domain, the throw's source position and, for SCSI failures, the sense bytes.
+/// It is thrown by value and caught by reference.
+///
+/// where() and file() point at static text that is never copied; why() and
+/// auxData() are owned copies. what() is std::exception's: use asString() for
+/// the full diagnostic and asSimpleString() for a line fit for end users.
 class Exception : public std::exception {
  public:
   Exception(const char* where, const std::string& why, sal::i::err::domain::code domain, int code,
             const char* file, int line, const std::string& auxData);
   Exception(const Exception& other);
-  // Destroys the target and copy-constructs a quorel::Exception in its place:
-  // after assignment the target's dynamic type is quorel::Exception, whatever
-  // it was before. Callers rely on this slicing. Self-assignment does nothing.
+  /// Destroys the target and copy-constructs a quorel::Exception in its place:
+  /// after assignment the target's dynamic type is quorel::Exception, whatever
+  /// it was before. Callers rely on this slicing. Self-assignment does nothing.
   Exception& operator=(const Exception& other);
   ~Exception() override;
 
@@ -37,11 +38,11 @@ class Exception : public std::exception {
   int line() const { return line_; }
   const std::string& auxData() const { return auxData_; }
 
-  // "<dynamic class>: where='<where> (<line>@<file>)' why='<why>' domain='<text> (<n>)'
-  //  code='<code> (0x<hex>)'", then " message='<text>'" unless the domain is 0,
-  // then " kcq='...' senseData='...'" for the SCSI domain.
+  /// "<dynamic class>: where='<where> (<line>@<file>)' why='<why>' domain='<text> (<n>)'
+  ///  code='<code> (0x<hex>)'", then " message='<text>'" unless the domain is 0,
+  /// then " kcq='...' senseData='...'" for the SCSI domain.
   std::string asString() const;
-  // why(), then " - <message>" unless the domain is 0.
+  /// why(), then " - <message>" unless the domain is 0.
   std::string asSimpleString() const;
 
  private:
@@ -54,52 +55,52 @@ class Exception : public std::exception {
   std::string auxData_;
 };
 
-// Writes e.asString().
+/// Writes e.asString().
 std::ostream& operator<<(std::ostream& os, const Exception& e);
 
-// An argument outside its allowed set (unknown enumeration value, empty name, bad size).
+/// An argument outside its allowed set (unknown enumeration value, empty name, bad size).
 class InvalidArgumentException : public Exception {
  public:
   using Exception::Exception;
   ~InvalidArgumentException() override;
 };
 
-// Declared for malformed input; the library itself does not throw it.
+/// Declared for malformed input; the library itself does not throw it.
 class InvalidFormatException : public Exception {
  public:
   using Exception::Exception;
   ~InvalidFormatException() override;
 };
 
-// An operation that the object or the platform does not offer.
+/// An operation that the object or the platform does not offer.
 class OperationNotSupportedException : public Exception {
  public:
   using Exception::Exception;
   ~OperationNotSupportedException() override;
 };
 
-// Dereferencing an empty handle.
+/// Dereferencing an empty handle.
 class NULLDereferenceException : public Exception {
  public:
   using Exception::Exception;
   ~NULLDereferenceException() override;
 };
 
-// Declared for callers' use; the library itself does not throw it.
+/// Declared for callers' use; the library itself does not throw it.
 class BoneheadException : public Exception {
  public:
   using Exception::Exception;
   ~BoneheadException() override;
 };
 
-// Declared for callers' use; the library itself does not throw it.
+/// Declared for callers' use; the library itself does not throw it.
 class BraindeathException : public Exception {
  public:
   using Exception::Exception;
   ~BraindeathException() override;
 };
 
-// Declared for callers' use; the library itself does not throw it.
+/// Declared for callers' use; the library itself does not throw it.
 class CTORException : public Exception {
  public:
   using Exception::Exception;
@@ -108,7 +109,7 @@ class CTORException : public Exception {
 
 namespace util {
 
-// Base of the utility namespace's exceptions.
+/// Base of the utility namespace's exceptions.
 class Exception : public quorel::Exception {
  public:
   using quorel::Exception::Exception;
@@ -117,7 +118,7 @@ class Exception : public quorel::Exception {
 
 namespace str {
 
-// A string conversion that failed.
+/// A string conversion that failed.
 class Exception : public util::Exception {
  public:
   using util::Exception::Exception;

@@ -1,4 +1,5 @@
-// StringToBlob: stores a text into a blob, reporting failure as a message.
+/// \file
+/// StringToBlob: stores a text into a blob, reporting failure as a message.
 #ifndef QUOREL_UTIL_STRINGTOBLOB_H
 #define QUOREL_UTIL_STRINGTOBLOB_H
 
@@ -13,9 +14,9 @@ class StringToBlob {
  public:
   virtual ~StringToBlob();
 
-  // Stores text into blob as a string and returns true. If a library
-  // exception is thrown, error becomes "failed to set '<text>' in blob - " and
-  // the exception's why(), and the result is false.
+  /// Stores text into blob as a string and returns true. If a library
+  /// exception is thrown, error becomes "failed to set '<text>' in blob - " and
+  /// the exception's why(), and the result is false.
   bool set(Blob& blob, const std::string& text, std::string& error) const;
 };
 

@@ -1,16 +1,17 @@
-// QUOREL_EXCEPTION: the one macro that builds library exceptions, and
-// QUOREL_THROW, which throws what it builds.
-//
-//   QUOREL_THROW(sys::Exception)("::fork() failed", domain::kSystemCall, error);
-//   QUOREL_THROW(xio::SCSIReadException)(why, domain::kSCSICDB, status, senseBytes);
-//
-//   // Handed to a handler instead of thrown:
-//   AIOCompletionException e = QUOREL_EXCEPTION(AIOCompletionException)(why, kSystemCall, error);
-//
-// The macro records the call site (the compiler's full signature of the
-// enclosing function, the source file relative to src/quorel/ and the line);
-// the parenthesised arguments that follow are why, domain, code and, for SCSI
-// failures, the auxiliary sense bytes.
+/// \file
+/// QUOREL_EXCEPTION: the one macro that builds library exceptions, and
+/// QUOREL_THROW, which throws what it builds.
+///
+///   QUOREL_THROW(sys::Exception)("::fork() failed", domain::kSystemCall, error);
+///   QUOREL_THROW(xio::SCSIReadException)(why, domain::kSCSICDB, status, senseBytes);
+///
+///   // Handed to a handler instead of thrown:
+///   AIOCompletionException e = QUOREL_EXCEPTION(AIOCompletionException)(why, kSystemCall, error);
+///
+/// The macro records the call site (the compiler's full signature of the
+/// enclosing function, the source file relative to src/quorel/ and the line);
+/// the parenthesised arguments that follow are why, domain, code and, for SCSI
+/// failures, the auxiliary sense bytes.
 #ifndef QUOREL_UTIL_THROW_H
 #define QUOREL_UTIL_THROW_H
 
@@ -22,9 +23,9 @@ namespace quorel {
 namespace util {
 namespace site {
 
-// Strips everything up to the last "/quorel/" so that headers compiled from an
-// installed include directory report the same path as the library's own build,
-// where -fmacro-prefix-map already made __FILE__ relative.
+/// Strips everything up to the last "/quorel/" so that headers compiled from an
+/// installed include directory report the same path as the library's own build,
+/// where -fmacro-prefix-map already made __FILE__ relative.
 inline const char* relative(const char* path) noexcept {
   const char* result = path;
   for (const char* p = path; *p != '\0'; ++p) {
@@ -36,10 +37,10 @@ inline const char* relative(const char* path) noexcept {
   return result;
 }
 
-// A captured call site that builds an exception of class E from the rest of
-// the exception's fields. Building is kept out of line and marked cold, so a
-// throw costs the code that calls it only a few instructions and leaves small
-// hot functions (a handle's operator->, a mutex's lock) inlinable.
+/// A captured call site that builds an exception of class E from the rest of
+/// the exception's fields. Building is kept out of line and marked cold, so a
+/// throw costs the code that calls it only a few instructions and leaves small
+/// hot functions (a handle's operator->, a mutex's lock) inlinable.
 template <class E>
 struct Thrower {
   const char* where;

@@ -1,4 +1,5 @@
-// Version: a dotted version number of up to four components.
+/// \file
+/// Version: a dotted version number of up to four components.
 #ifndef QUOREL_UTIL_VERSION_H
 #define QUOREL_UTIL_VERSION_H
 
@@ -9,19 +10,19 @@
 namespace quorel {
 namespace util {
 
-// major.minor.patch.build with 8-, 8-, 16- and 32-bit components.
+/// major.minor.patch.build with 8-, 8-, 16- and 32-bit components.
 class Version {
  public:
-  // 0.0.0
+  /// 0.0.0
   Version();
-  // Cuts text at every '.' and reads the first four pieces as decimal
-  // numbers; missing pieces are 0, later ones ignored. The 8-bit components
-  // keep the low 8 bits ("300.1" has major 44). A piece that is not a number
-  // throws str::Exception "conversion from \"<piece>\" failed".
+  /// Cuts text at every '.' and reads the first four pieces as decimal
+  /// numbers; missing pieces are 0, later ones ignored. The 8-bit components
+  /// keep the low 8 bits ("300.1" has major 44). A piece that is not a number
+  /// throws str::Exception "conversion from \"<piece>\" failed".
   explicit Version(const std::string& text);
 
-  // "major.minor.patch", with ".build" only when build is not 0
-  // ("2.6" prints as "2.6.0", "2.6.18.0" as "2.6.18").
+  /// "major.minor.patch", with ".build" only when build is not 0
+  /// ("2.6" prints as "2.6.0", "2.6.18.0" as "2.6.18").
   std::string asString() const;
 
   pod::uint8 majorNumber() const { return major_; }
@@ -31,7 +32,7 @@ class Version {
 
   bool operator==(const Version& other) const;
   bool operator!=(const Version& other) const { return !(*this == other); }
-  // Component by component, major first.
+  /// Component by component, major first.
   bool operator<(const Version& other) const;
 
  private:

@@ -1,4 +1,5 @@
-// Byte order.
+/// \file
+/// Byte order.
 #ifndef QUOREL_UTIL_BYTE_H
 #define QUOREL_UTIL_BYTE_H
 
@@ -8,7 +9,7 @@ namespace quorel {
 namespace util {
 namespace byte {
 
-// value with its bytes in reverse order.
+/// value with its bytes in reverse order.
 template <class T>
 T reversed(T value) {
   static_assert(std::is_integral<T>::value && sizeof(T) >= 2, "reversed() takes a 16- to 64-bit integer");
@@ -19,8 +20,8 @@ T reversed(T value) {
   return static_cast<T>(__builtin_bswap64(static_cast<unsigned long long>(u)));
 }
 
-// Multi-byte fields of wire formats (SCSI command blocks and parameter
-// data): the low `bytes` bytes of value, most significant first, and back.
+/// Multi-byte fields of wire formats (SCSI command blocks and parameter
+/// data): the low `bytes` bytes of value, most significant first, and back.
 inline void storeBigEndian(unsigned char* at, unsigned long long value, int bytes) {
   for (int i = bytes - 1; i >= 0; --i) {
     at[i] = static_cast<unsigned char>(value);
@@ -36,7 +37,7 @@ inline unsigned long long loadBigEndian(const unsigned char* at, int bytes) {
 
 namespace order {
 
-// From host order to big-endian (network) order.
+/// From host order to big-endian (network) order.
 template <class T>
 T normalized(T value) {
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
@@ -46,7 +47,7 @@ T normalized(T value) {
 #endif
 }
 
-// From big-endian (network) order to host order.
+/// From big-endian (network) order to host order.
 template <class T>
 T naturalized(T value) {
   return normalized(value);

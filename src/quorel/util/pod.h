@@ -1,4 +1,5 @@
-// Fixed-width plain integer types used in the library's signatures.
+/// \file
+/// Fixed-width plain integer types used in the library's signatures.
 #ifndef QUOREL_UTIL_POD_H
 #define QUOREL_UTIL_POD_H
 

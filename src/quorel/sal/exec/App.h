@@ -1,11 +1,12 @@
-// The frame a program runs in: one application per process, as a
-// foreground application or a daemon, with start, stop and interrupt tasks.
-//
-//   int main(int argc, char** argv) {
-//     exec::App::init(exec::App::Context(exec::ARunContext::newAppContext(
-//         "server", "serves", util::Version("1.0"), argc, argv, start, stop, interrupt)));
-//     return exec::App::self().run();  // SIGTERM runs stop, SIGHUP interrupt
-//   }
+/// \file
+/// The frame a program runs in: one application per process, as a
+/// foreground application or a daemon, with start, stop and interrupt tasks.
+///
+///   int main(int argc, char** argv) {
+///     exec::App::init(exec::App::Context(exec::ARunContext::newAppContext(
+///         "server", "serves", util::Version("1.0"), argc, argv, start, stop, interrupt)));
+///     return exec::App::self().run();  // SIGTERM runs stop, SIGHUP interrupt
+///   }
 #ifndef QUOREL_SAL_EXEC_APP_H
 #define QUOREL_SAL_EXEC_APP_H
 
@@ -20,16 +21,16 @@ namespace quorel {
 namespace sal {
 namespace exec {
 
-// What to run and how: names, version, the arguments after the program name,
-// and the three tasks.
+/// What to run and how: names, version, the arguments after the program name,
+/// and the three tasks.
 class ARunContext {
  public:
   ARunContext(const std::string& name, const std::string& description, const util::Version& version, int argc,
               char** argv, const TaskHandle& startTask, const TaskHandle& stopTask, const TaskHandle& interruptTask);
   virtual ~ARunContext();
-  // Runs the start task in the application object of the context's kind;
-  // the signals are back at their defaults when it returns. A platform
-  // failure comes out as exec::Exception with the same fields.
+  /// Runs the start task in the application object of the context's kind;
+  /// the signals are back at their defaults when it returns. A platform
+  /// failure comes out as exec::Exception with the same fields.
   virtual int run() = 0;
 
   static ARunContext* newAppContext(const std::string& name, const std::string& description,
@@ -74,16 +75,16 @@ class DaemonContext : public ARunContext {
 };
 }  // namespace impl
 
-// The process's one application.
+/// The process's one application.
 class App {
  public:
   typedef util::AHandleTo<ARunContext, int, util::ADeallocatorOf<ARunContext>> Context;
 
-  // Throws OperationNotSupportedException "an application instance already
-  // exists" on a second call.
+  /// Throws OperationNotSupportedException "an application instance already
+  /// exists" on a second call.
   static App& init(const Context& context);
-  // Throws OperationNotSupportedException "no application instance has been
-  // initialized" before init.
+  /// Throws OperationNotSupportedException "no application instance has been
+  /// initialized" before init.
   static App& self();
 
   int run();

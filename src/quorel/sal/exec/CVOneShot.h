@@ -1,4 +1,5 @@
-// CVOneShot: an event that is triggered once and stays triggered.
+/// \file
+/// CVOneShot: an event that is triggered once and stays triggered.
 #ifndef QUOREL_SAL_EXEC_CVONESHOT_H
 #define QUOREL_SAL_EXEC_CVONESHOT_H
 
@@ -11,7 +12,7 @@ namespace exec {
 
 namespace impl {
 
-// The flag and the condition (with its own mutex) that guards it.
+/// The flag and the condition (with its own mutex) that guards it.
 class CVOneShot {
  public:
   CVOneShot() : triggered_(false) {}
@@ -27,20 +28,20 @@ class CVOneShot {
 
 }  // namespace impl
 
-// Two states: not triggered (initial) and triggered; trigger() is the only
-// transition and triggering again is harmless. Once triggered, every wait
-// returns at once. Copies share the event.
+/// Two states: not triggered (initial) and triggered; trigger() is the only
+/// transition and triggering again is harmless. Once triggered, every wait
+/// returns at once. Copies share the event.
 class CVOneShot {
  public:
   CVOneShot();
 
-  // Sets the event and wakes every waiter.
+  /// Sets the event and wakes every waiter.
   void trigger();
-  // Blocks until the event is triggered.
+  /// Blocks until the event is triggered.
   void wait();
-  // Waits at most once and returns whether the event is triggered: an early
-  // or spurious wake-up returns false before the time is up, so callers that
-  // need the full time loop.
+  /// Waits at most once and returns whether the event is triggered: an early
+  /// or spurious wake-up returns false before the time is up, so callers that
+  /// need the full time loop.
   bool waitFor(unsigned long long milliseconds);
   bool waitUntil(time::absolute deadline);
 

@@ -1,4 +1,5 @@
-// Exceptions of execution: threads, processes, applications and synchronisation.
+/// \file
+/// Exceptions of execution: threads, processes, applications and synchronisation.
 #ifndef QUOREL_SAL_EXEC_EXCEPTION_H
 #define QUOREL_SAL_EXEC_EXCEPTION_H
 
@@ -8,8 +9,8 @@ namespace quorel {
 namespace sal {
 namespace exec {
 
-// Execution: threads, processes, applications. Every class of this family
-// can also be made from a caught platform failure, copying all its fields.
+/// Execution: threads, processes, applications. Every class of this family
+/// can also be made from a caught platform failure, copying all its fields.
 class Exception : public sal::Exception {
  public:
   using sal::Exception::Exception;
@@ -17,21 +18,21 @@ class Exception : public sal::Exception {
   ~Exception() override;
 };
 
-// Synchronisation objects.
+/// Synchronisation objects.
 class SyncException : public exec::Exception {
  public:
   using exec::Exception::Exception;
   ~SyncException() override;
 };
 
-// A lock that could not be acquired.
+/// A lock that could not be acquired.
 class SyncAcquireException : public SyncException {
  public:
   using SyncException::SyncException;
   ~SyncAcquireException() override;
 };
 
-// A lock that could not be released.
+/// A lock that could not be released.
 class SyncReleaseException : public SyncException {
  public:
   using SyncException::SyncException;

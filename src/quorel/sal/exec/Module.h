@@ -1,4 +1,5 @@
-// Module: a shared library loaded at run time.
+/// \file
+/// Module: a shared library loaded at run time.
 #ifndef QUOREL_SAL_EXEC_MODULE_H
 #define QUOREL_SAL_EXEC_MODULE_H
 
@@ -12,7 +13,7 @@ namespace sal {
 namespace exec {
 
 namespace impl {
-// The loader's handle, closed with the last copy.
+/// The loader's handle, closed with the last copy.
 class Module {
  public:
   explicit Module(const std::string& name) : handle(sys::exec::dl::open(name)) {}
@@ -23,15 +24,15 @@ class Module {
 };
 }  // namespace impl
 
-// Copies share the loaded library. Names go to the loader unchanged: use
-// naturalizedNameOf("z") for "libz.so".
+/// Copies share the loaded library. Names go to the loader unchanged: use
+/// naturalizedNameOf("z") for "libz.so".
 class Module {
  public:
-  // Throws sys::Exception "::dlopen(\"<name>\") failed" (dynamic linker
-  // domain; the message is the loader's text when formatted).
+  /// Throws sys::Exception "::dlopen(\"<name>\") failed" (dynamic linker
+  /// domain; the message is the loader's text when formatted).
   explicit Module(const std::string& name);
-  // Throws sys::Exception "::dlsym(\"<symbol>\") failed", also for a symbol
-  // whose value is null.
+  /// Throws sys::Exception "::dlsym(\"<symbol>\") failed", also for a symbol
+  /// whose value is null.
   void* addressOf(const std::string& symbol) const;
 
   static const char* prefix();

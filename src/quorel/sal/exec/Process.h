@@ -1,12 +1,13 @@
-// Starting other programs (Process, LaunchProperty and its options) and the
-// calling process's own directory, environment and CPUs.
-//
-//   exec::LaunchProperty lp;
-//   xio::Pipe pipe{xio::open::Spec(), xio::open::Spec()};
-//   lp.set(exec::op::StdOutput(pipe.forWrite())).set(exec::op::EnvVars(exec::Process::envVars()));
-//   exec::Process child = exec::Process::create("ls", {"-l", "/"}, lp);
-//   ... read pipe.forRead() ...
-//   int code = child.wait();  // -1 when a signal ended it
+/// \file
+/// Starting other programs (Process, LaunchProperty and its options) and the
+/// calling process's own directory, environment and CPUs.
+///
+///   exec::LaunchProperty lp;
+///   xio::Pipe pipe{xio::open::Spec(), xio::open::Spec()};
+///   lp.set(exec::op::StdOutput(pipe.forWrite())).set(exec::op::EnvVars(exec::Process::envVars()));
+///   exec::Process child = exec::Process::create("ls", {"-l", "/"}, lp);
+///   ... read pipe.forRead() ...
+///   int code = child.wait();  // -1 when a signal ended it
 #ifndef QUOREL_SAL_EXEC_PROCESS_H
 #define QUOREL_SAL_EXEC_PROCESS_H
 
@@ -25,21 +26,21 @@ namespace exec {
 
 namespace op {
 
-// Start detached: a new session, not a child the caller can wait for.
+/// Start detached: a new session, not a child the caller can wait for.
 struct Detach {
   explicit Detach(bool enabled = true) : on(enabled) {}
   bool on;
 };
-// Recorded only.
+/// Recorded only.
 struct SameGroup {};
-// Recorded only (no windows on this platform).
+/// Recorded only (no windows on this platform).
 struct OwnWindow {
   explicit OwnWindow(const std::string& text = std::string(), int number = 0) : title(text), value(number) {}
   std::string title;
   int value;
 };
-// A standard handle: given to close() as it is, to set() with the endpoint
-// that replaces it (a null endpoint replaces it with nothing valid).
+/// A standard handle: given to close() as it is, to set() with the endpoint
+/// that replaces it (a null endpoint replaces it with nothing valid).
 struct StdInput {
   StdInput() = default;
   explicit StdInput(const xio::Endpoint& with) : endpoint(with) {}
@@ -60,7 +61,7 @@ struct WorkingDirectory {
   std::string path;
   int word;
 };
-// Variables of the child's environment, which holds nothing else.
+/// Variables of the child's environment, which holds nothing else.
 struct EnvVars {
   explicit EnvVars(const std::map<std::string, std::string>& variables) : vars(variables) {}
   std::map<std::string, std::string> vars;
@@ -68,9 +69,9 @@ struct EnvVars {
 
 }  // namespace op
 
-// How to start a program; copies share one record. Standard handles are
-// inherited unless closed or replaced; the environment is empty unless
-// EnvVars fill it.
+/// How to start a program; copies share one record. Standard handles are
+/// inherited unless closed or replaced; the environment is empty unless
+/// EnvVars fill it.
 class LaunchProperty {
  public:
   LaunchProperty();
@@ -85,7 +86,7 @@ class LaunchProperty {
   LaunchProperty& set(const op::StdOutput& option);
   LaunchProperty& set(const op::StdError& option);
   LaunchProperty& set(const op::WorkingDirectory& option);
-  // Adds the variables; names already set keep their values.
+  /// Adds the variables; names already set keep their values.
   LaunchProperty& set(const op::EnvVars& option);
 
   const sys::exec::LaunchProperty& key() const { return handle_.reference(); }
@@ -98,7 +99,7 @@ class LaunchProperty {
 };
 
 namespace i {
-// A started process.
+/// A started process.
 class Process {
  public:
   virtual ~Process();
@@ -126,28 +127,28 @@ class Process {
 };
 }  // namespace impl
 
-// A started process; copies share it. Failures throw the platform's
-// sys::Exception: "unable to locate the specified file to excute" (a
-// name not found, code 2), "::fork() failed", "::waitpid() failed",
-// "::getcwd() failed", "::chdir(\"<dir>\") failed", "::setenv() failed".
+/// A started process; copies share it. Failures throw the platform's
+/// sys::Exception: "unable to locate the specified file to excute" (a
+/// name not found, code 2), "::fork() failed", "::waitpid() failed",
+/// "::getcwd() failed", "::chdir(\"<dir>\") failed", "::setenv() failed".
 class Process : public i::Process {
  public:
   typedef sys::exec::proc::ArgList ArgList;
 
   Process() = default;
-  // Finds path (a name without "/" on PATH), starts it with args and lp.
+  /// Finds path (a name without "/" on PATH), starts it with args and lp.
   static Process create(const std::string& path, const ArgList& args, const LaunchProperty& lp);
-  // The same, replacing a standard handle whose lp slot is set (mode
-  // replace) with the given descriptor when its flag is true.
+  /// The same, replacing a standard handle whose lp slot is set (mode
+  /// replace) with the given descriptor when its flag is true.
   static Process create(const std::string& path, const ArgList& args, const LaunchProperty& lp, bool overrideIn,
                         unsigned int inFd, bool overrideOut, unsigned int outFd, bool overrideErr, unsigned int errFd);
 
   int id() const override { return handle_.reference().pid; }
   const std::string& name() const override { return handle_.reference().name; }
-  // The exit status, or -1 when a signal ended it. Waits once; later calls
-  // (from any thread) return the same code.
+  /// The exit status, or -1 when a signal ended it. Waits once; later calls
+  /// (from any thread) return the same code.
   int wait() override;
-  // SIGQUIT, SIGTERM and SIGKILL to the child's process group.
+  /// SIGQUIT, SIGTERM and SIGKILL to the child's process group.
   void interrupt() override;
   void quit() override;
   void die() override;
@@ -158,7 +159,7 @@ class Process : public i::Process {
   static const std::string currentDirectory();
   static void setCurrentDirectory(const std::string& path);
   static std::string envValueOf(const std::string& name);
-  // Returns the former value.
+  /// Returns the former value.
   static const std::string setEnvValueOf(const std::string& name, const std::string& value);
   static void envVars(std::map<std::string, std::string>& vars);
   static std::map<std::string, std::string> envVars();

@@ -1,4 +1,5 @@
-// SpinLock: a small lock named by its own integer, on the atomic lock pool.
+/// \file
+/// SpinLock: a small lock named by its own integer, on the atomic lock pool.
 #ifndef QUOREL_SAL_EXEC_SPINLOCK_H
 #define QUOREL_SAL_EXEC_SPINLOCK_H
 
@@ -6,10 +7,10 @@ namespace quorel {
 namespace sal {
 namespace exec {
 
-// Locks through atomic::lock/unlock on its integer, so it shares the pool
-// mutex of its address with other atomic users: keep the locked region short
-// and never call atomic compare-and-swap from inside it. Not recursive, not
-// copyable. Usable before static initialisation has run.
+/// Locks through atomic::lock/unlock on its integer, so it shares the pool
+/// mutex of its address with other atomic users: keep the locked region short
+/// and never call atomic compare-and-swap from inside it. Not recursive, not
+/// copyable. Usable before static initialisation has run.
 class SpinLock {
  public:
   constexpr SpinLock() : name_(0) {}
@@ -18,7 +19,7 @@ class SpinLock {
 
   void lock();
   void unlock();
-  // False at once if another thread holds the lock.
+  /// False at once if another thread holds the lock.
   bool tryLock();
 
  private:

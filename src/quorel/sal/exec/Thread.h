@@ -1,4 +1,5 @@
-// Thread: runs a task on its own detached thread, released by start().
+/// \file
+/// Thread: runs a task on its own detached thread, released by start().
 #ifndef QUOREL_SAL_EXEC_THREAD_H
 #define QUOREL_SAL_EXEC_THREAD_H
 
@@ -10,45 +11,45 @@ namespace quorel {
 namespace sal {
 namespace exec {
 
-// A thread is created parked: its task begins only after start(). Anyone
-// holding a copy may wait for the task to finish. Threads are detached:
-// there is no join and no cancellation; a thread never started stays parked
-// for the life of the process. Exceptions thrown by the task (and exit())
-// end the task quietly; waiters still see it finish.
-//
-//   Thread worker(TaskHandle(new FunctionDispatchTask(work)), 0, 0);
-//   worker.start().wait();
-//
-// Copies share the thread. Thread() holds nothing: using it throws
-// NULLDereferenceException.
+/// A thread is created parked: its task begins only after start(). Anyone
+/// holding a copy may wait for the task to finish. Threads are detached:
+/// there is no join and no cancellation; a thread never started stays parked
+/// for the life of the process. Exceptions thrown by the task (and exit())
+/// end the task quietly; waiters still see it finish.
+///
+///   Thread worker(TaskHandle(new FunctionDispatchTask(work)), 0, 0);
+///   worker.start().wait();
+///
+/// Copies share the thread. Thread() holds nothing: using it throws
+/// NULLDereferenceException.
 class Thread {
  public:
   typedef util::AHandleTo<impl::Thread> Handle;
 
   Thread();
-  // Boots a thread for task with at least 16384 bytes of stack and the
-  // priority of thr::boot (0 = as the process, 1 = one step above, 2 = the
-  // highest), and returns once it is running and parked. Throws
-  // sys::Exception for a failed pthread attribute or creation call.
+  /// Boots a thread for task with at least 16384 bytes of stack and the
+  /// priority of thr::boot (0 = as the process, 1 = one step above, 2 = the
+  /// highest), and returns once it is running and parked. Throws
+  /// sys::Exception for a failed pthread attribute or creation call.
   Thread(const TaskHandle& task, unsigned int stackSize, int priority);
   explicit Thread(const Handle& handle);
   Thread(const Thread& other);
   Thread& operator=(const Thread& other);
   ~Thread();
 
-  // The same as the constructor.
+  /// The same as the constructor.
   static Thread wire(const TaskHandle& task, unsigned int stackSize, int priority);
 
-  // Releases the parked thread to run its task.
+  /// Releases the parked thread to run its task.
   Thread& start();
-  // Blocks until the task has finished.
+  /// Blocks until the task has finished.
   void wait();
-  // True when the task has finished, false when the wait timed out first.
+  /// True when the task has finished, false when the wait timed out first.
   bool waitFor(unsigned long long milliseconds);
   bool waitUntil(time::absolute deadline);
 
-  // The calling thread's scheduling (see thr::setPriority), processor
-  // binding, the process id, and ending the calling booted thread.
+  /// The calling thread's scheduling (see thr::setPriority), processor
+  /// binding, the process id, and ending the calling booted thread.
   static void setPriority(int priority);
   static void bindToCPU(int cpu);
   static int selfID();

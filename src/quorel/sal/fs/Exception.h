@@ -1,4 +1,5 @@
-// Exceptions of the file system area.
+/// \file
+/// Exceptions of the file system area.
 #ifndef QUOREL_SAL_FS_EXCEPTION_H
 #define QUOREL_SAL_FS_EXCEPTION_H
 
@@ -8,28 +9,28 @@ namespace quorel {
 namespace sal {
 namespace fs {
 
-// File system.
+/// File system.
 class Exception : public sal::Exception {
  public:
   using sal::Exception::Exception;
   ~Exception() override;
 };
 
-// A device control request that failed.
+/// A device control request that failed.
 class IOCTLException : public fs::Exception {
  public:
   using fs::Exception::Exception;
   ~IOCTLException() override;
 };
 
-// An unusable path name.
+/// An unusable path name.
 class PathNameException : public fs::Exception {
  public:
   using fs::Exception::Exception;
   ~PathNameException() override;
 };
 
-// File characteristics that could not be determined.
+/// File characteristics that could not be determined.
 class StatException : public fs::Exception {
  public:
   using fs::Exception::Exception;

@@ -1,4 +1,5 @@
-// Error domains: which number space an exception's code belongs to.
+/// \file
+/// Error domains: which number space an exception's code belongs to.
 #ifndef QUOREL_SAL_I_ERR_H
 #define QUOREL_SAL_I_ERR_H
 
@@ -8,8 +9,8 @@ namespace i {
 namespace err {
 namespace domain {
 
-// The numeric values are printed by Exception::asString() and are part of the
-// interface: never renumber them.
+/// The numeric values are printed by Exception::asString() and are part of the
+/// interface: never renumber them.
 enum code : int {
   kApplication = 0,           // the thrower's own value (often 0, or the rejected argument)
   kCRuntime = 1,              // errno after a C library call

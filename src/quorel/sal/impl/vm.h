@@ -1,4 +1,5 @@
-// Page-aligned memory, over valloc and free.
+/// \file
+/// Page-aligned memory, over valloc and free.
 #ifndef QUOREL_SAL_IMPL_VM_H
 #define QUOREL_SAL_IMPL_VM_H
 

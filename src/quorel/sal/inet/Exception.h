@@ -1,4 +1,5 @@
-// Exceptions of internet configuration.
+/// \file
+/// Exceptions of internet configuration.
 #ifndef QUOREL_SAL_INET_EXCEPTION_H
 #define QUOREL_SAL_INET_EXCEPTION_H
 
@@ -8,7 +9,7 @@ namespace quorel {
 namespace sal {
 namespace inet {
 
-// Internet configuration.
+/// Internet configuration.
 class Exception : public sal::Exception {
  public:
   using sal::Exception::Exception;

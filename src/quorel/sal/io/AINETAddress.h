@@ -1,5 +1,6 @@
-// Socket addresses by role: binding and connecting addresses for TCP,
-// binding and peer addresses for UDP.
+/// \file
+/// Socket addresses by role: binding and connecting addresses for TCP,
+/// binding and peer addresses for UDP.
 #ifndef QUOREL_SAL_IO_AINETADDRESS_H
 #define QUOREL_SAL_IO_AINETADDRESS_H
 
@@ -13,11 +14,11 @@ namespace quorel {
 namespace sal {
 namespace io {
 
-// An IPv4 or IPv6 socket address with its socket type and protocol. Copies
-// share the address. The role classes below say which socket may take it;
-// host names are resolved when an address is made (numeric text first).
-// Resolution failures throw sys::Exception "::getaddrinfo(<host>) failed" in
-// the address resolution domain.
+/// An IPv4 or IPv6 socket address with its socket type and protocol. Copies
+/// share the address. The role classes below say which socket may take it;
+/// host names are resolved when an address is made (numeric text first).
+/// Resolution failures throw sys::Exception "::getaddrinfo(<host>) failed" in
+/// the address resolution domain.
 class AINETAddress {
  public:
   typedef util::AHandleTo<impl::AINETAddress> Handle;
@@ -25,18 +26,18 @@ class AINETAddress {
   explicit AINETAddress(const Handle& handle) : handle_(handle) {}
   virtual ~AINETAddress();
 
-  // Host byte order.
+  /// Host byte order.
   unsigned short port() const;
-  // Numeric text ("127.0.0.1", "::1"); cached.
+  /// Numeric text ("127.0.0.1", "::1"); cached.
   const std::string& numericalName() const;
-  // The host name by reverse lookup; cached. Throws sys::Exception
-  // "::getnameinfo() failed to retrieve the canonical host name string".
+  /// The host name by reverse lookup; cached. Throws sys::Exception
+  /// "::getnameinfo() failed to retrieve the canonical host name string".
   const std::string& canonicalName() const;
   bool isIPv4() const;
   bool isIPv6() const;
-  // "family:AF_INET(2) type:SOCK_STREAM(1) protocol:IPPROTO_TCP(2)".
+  /// "family:AF_INET(2) type:SOCK_STREAM(1) protocol:IPPROTO_TCP(2)".
   std::string description() const;
-  // This host's name. Throws sys::Exception "::gethostname() failed".
+  /// This host's name. Throws sys::Exception "::gethostname() failed".
   static std::string selfHostName();
 
   Handle& impl() { return handle_; }
@@ -46,17 +47,17 @@ class AINETAddress {
   Handle handle_;
 };
 
-// The wildcard addresses and resolver enumerations that TCP and UDP binding
-// addresses share; Transport is impl::inet::TCP or UDP.
+/// The wildcard addresses and resolver enumerations that TCP and UDP binding
+/// addresses share; Transport is impl::inet::TCP or UDP.
 template <class Derived, impl::inet::transport Transport>
 class ABindingAddressOf : public AINETAddress {
  public:
-  // The IPv4 or IPv6 wildcard on a port number or service name.
+  /// The IPv4 or IPv6 wildcard on a port number or service name.
   static Derived anyIPv4(unsigned short port) { return anyIPv4(std::to_string(port)); }
   static Derived anyIPv6(unsigned short port) { return anyIPv6(std::to_string(port)); }
   static Derived anyIPv4(const std::string& service) { return wildcard(service, AF_INET); }
   static Derived anyIPv6(const std::string& service) { return wildcard(service, AF_INET6); }
-  // Appends the wildcard of every family the resolver offers, in its order.
+  /// Appends the wildcard of every family the resolver offers, in its order.
   static void fill(std::list<Derived>& addresses, const std::string& service) {
     const sys::io::SocketAddressInfo info(nullptr, service.c_str(), 0, impl::inet::socketTypeFrom(Transport),
                                           impl::inet::protocolFrom(Transport), true);
@@ -69,22 +70,22 @@ class ABindingAddressOf : public AINETAddress {
 
  protected:
   explicit ABindingAddressOf(const Handle& handle) : AINETAddress(handle) {}
-  // The wildcard of a family on a service ("0" when empty).
+  /// The wildcard of a family on a service ("0" when empty).
   static Derived wildcard(const std::string& service, int family) {
     return Derived(Handle(impl::inet::newBindingAddress("", service, family, Transport)));
   }
 };
 
-// Where a TCP server listens (or a client binds before connecting).
+/// Where a TCP server listens (or a client binds before connecting).
 class TCPBindingAddress : public ABindingAddressOf<TCPBindingAddress, impl::inet::TCP> {
  public:
-  // The IPv4 wildcard 0.0.0.0 on port.
+  /// The IPv4 wildcard 0.0.0.0 on port.
   explicit TCPBindingAddress(unsigned short port) : TCPBindingAddress(anyIPv4(port)) {}
   explicit TCPBindingAddress(const Handle& handle) : ABindingAddressOf(handle) {}
 };
 
-// Where a TCP client connects: IPv6 if the host text has a ':', else IPv4
-// (so "localhost" resolves as IPv4 only).
+/// Where a TCP client connects: IPv6 if the host text has a ':', else IPv4
+/// (so "localhost" resolves as IPv4 only).
 class TCPConnectingAddress : public AINETAddress {
  public:
   TCPConnectingAddress(const std::string& host, unsigned short port);
@@ -92,19 +93,19 @@ class TCPConnectingAddress : public AINETAddress {
   explicit TCPConnectingAddress(const Handle& handle) : AINETAddress(handle) {}
 };
 
-// Where a UDP socket is bound.
+/// Where a UDP socket is bound.
 class UDPBindingAddress : public ABindingAddressOf<UDPBindingAddress, impl::inet::UDP> {
  public:
-  // The IPv4 wildcard 0.0.0.0 on port.
+  /// The IPv4 wildcard 0.0.0.0 on port.
   explicit UDPBindingAddress(unsigned short port) : UDPBindingAddress(anyIPv4(port)) {}
   explicit UDPBindingAddress(const Handle& handle) : ABindingAddressOf(handle) {}
 };
 
-// A UDP socket's peer: a destination, or where a datagram came from.
+/// A UDP socket's peer: a destination, or where a datagram came from.
 class UDPPeerAddress : public AINETAddress {
  public:
   explicit UDPPeerAddress(const Handle& handle) : AINETAddress(handle) {}
-  // 255.255.255.255 on port (IPv4 only).
+  /// 255.255.255.255 on port (IPv4 only).
   static UDPPeerAddress newBroadcastAddressOn(unsigned short port);
 };
 

@@ -1,4 +1,5 @@
-// Exceptions of socket I/O.
+/// \file
+/// Exceptions of socket I/O.
 #ifndef QUOREL_SAL_IO_EXCEPTION_H
 #define QUOREL_SAL_IO_EXCEPTION_H
 
@@ -8,14 +9,14 @@ namespace quorel {
 namespace sal {
 namespace io {
 
-// Socket I/O.
+/// Socket I/O.
 class Exception : public sal::Exception {
  public:
   using sal::Exception::Exception;
   ~Exception() override;
 };
 
-// A socket wait that timed out. Derives from sal::Exception, not from io::Exception.
+/// A socket wait that timed out. Derives from sal::Exception, not from io::Exception.
 class TimeoutException : public sal::Exception {
  public:
   using sal::Exception::Exception;

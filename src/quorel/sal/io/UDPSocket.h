@@ -1,4 +1,5 @@
-// UDPSocket: datagrams with a default peer or explicit peers, and broadcast.
+/// \file
+/// UDPSocket: datagrams with a default peer or explicit peers, and broadcast.
 #ifndef QUOREL_SAL_IO_UDPSOCKET_H
 #define QUOREL_SAL_IO_UDPSOCKET_H
 
@@ -10,11 +11,11 @@ namespace quorel {
 namespace sal {
 namespace io {
 
-// A datagram socket bound at construction. Receiving truncates a datagram
-// larger than the buffer (one recv per datagram).
+/// A datagram socket bound at construction. Receiving truncates a datagram
+/// larger than the buffer (one recv per datagram).
 class UDPSocket : public ASocketEndpoint {
  public:
-  // Options applied before binding.
+  /// Options applied before binding.
   enum broadcast {
     kNone = 0,            // none
     kReceive = 1,         // share the port with other sockets (SO_REUSEADDR)
@@ -22,27 +23,27 @@ class UDPSocket : public ASocketEndpoint {
     kSendAndReceive = 3,  // both
   };
 
-  // An empty socket (its use throws NULLDereferenceException).
+  /// An empty socket (its use throws NULLDereferenceException).
   UDPSocket() = default;
-  // Opens, applies the mode's options and binds. Another mode value closes
-  // the socket and throws io::Exception "invalid broadcast mode" (code the
-  // value).
+  /// Opens, applies the mode's options and binds. Another mode value closes
+  /// the socket and throws io::Exception "invalid broadcast mode" (code the
+  /// value).
   UDPSocket(const UDPBindingAddress& address, broadcast mode, bool unused);
 
-  // Sets the default destination (a plain connect()).
+  /// Sets the default destination (a plain connect()).
   void connectTo(const UDPPeerAddress& peer);
-  // To the default peer; one untimed send() (-1 on a non-blocking socket
-  // whose buffer is full).
+  /// To the default peer; one untimed send() (-1 on a non-blocking socket
+  /// whose buffer is full).
   int send(const void* buffer, unsigned int size);
-  // One sendto(); throws "::sendto() failed" (EACCES: broadcast without
-  // kSend).
+  /// One sendto(); throws "::sendto() failed" (EACCES: broadcast without
+  /// kSend).
   int send(const void* buffer, unsigned int size, const UDPPeerAddress& peer);
-  // One datagram; time-outs as for TCP.
+  /// One datagram; time-outs as for TCP.
   int receive(void* buffer, unsigned int size, int timeout, bool returnOnTimeout);
-  // The same, writing the sender's address into from (of this socket's family).
+  /// The same, writing the sender's address into from (of this socket's family).
   int receive(void* buffer, unsigned int size, UDPPeerAddress& from, int timeout, bool returnOnTimeout);
 
-  // An empty address of this socket's family, for receive(..., from, ...).
+  /// An empty address of this socket's family, for receive(..., from, ...).
   UDPPeerAddress newPeerAddress() const;
   UDPPeerAddress newPeerAddressAt(const std::string& host, unsigned short port) const;
   UDPPeerAddress newPeerAddressAt(const std::string& host, const std::string& service) const;

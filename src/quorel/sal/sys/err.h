@@ -1,4 +1,5 @@
-// Platform calls that turn error numbers into text.
+/// \file
+/// Platform calls that turn error numbers into text.
 #ifndef QUOREL_SAL_SYS_ERR_H
 #define QUOREL_SAL_SYS_ERR_H
 
@@ -9,11 +10,11 @@ namespace sal {
 namespace sys {
 namespace err {
 
-// strerror() text for an errno value (thread-safe).
+/// strerror() text for an errno value (thread-safe).
 std::string errnoText(int code);
-// The dynamic linker's pending message, or null; reading it clears it.
+/// The dynamic linker's pending message, or null; reading it clears it.
 const char* dlerrorText();
-// gai_strerror() text for a getaddrinfo()/getnameinfo() result.
+/// gai_strerror() text for a getaddrinfo()/getnameinfo() result.
 const char* gaiText(int code);
 
 }  // namespace err

@@ -1,5 +1,6 @@
-// Run-time helpers of the platform layer: the light daemon and the control
-// functions a program registers.
+/// \file
+/// Run-time helpers of the platform layer: the light daemon and the control
+/// functions a program registers.
 #ifndef QUOREL_SAL_SYS_RUNTIME_H
 #define QUOREL_SAL_SYS_RUNTIME_H
 
@@ -8,11 +9,11 @@ namespace sal {
 namespace sys {
 
 namespace runtime {
-// A light daemon: fork, the parent exits 0 at once, the child leads a new
-// session and returns. Throws as Daemon's first fork and setsid.
+/// A light daemon: fork, the parent exits 0 at once, the child leads a new
+/// session and returns. Throws as Daemon's first fork and setsid.
 void beDaemon();
-// Records control functions for the run-time (nothing in this library calls
-// them).
+/// Records control functions for the run-time (nothing in this library calls
+/// them).
 struct Control {
   int (*query)();
   void (*start)();

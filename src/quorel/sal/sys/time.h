@@ -1,5 +1,6 @@
-// Platform layer of the clocks: gettimeofday, the monotonic clock and
-// timespec conversions.
+/// \file
+/// Platform layer of the clocks: gettimeofday, the monotonic clock and
+/// timespec conversions.
 #ifndef QUOREL_SAL_SYS_TIME_H
 #define QUOREL_SAL_SYS_TIME_H
 
@@ -23,26 +24,26 @@ sal::time::absolute now();
 
 namespace milli {
 sal::time::absolute now();
-// ts = ms as seconds and nanoseconds (signed, truncating toward zero).
+/// ts = ms as seconds and nanoseconds (signed, truncating toward zero).
 void to(timespec& ts, long long ms);
 }  // namespace milli
 
 namespace nano {
-// ts.tv_sec = ns / 1e9 and ts.tv_nsec = ns % 1e9 (signed, truncating).
+/// ts.tv_sec = ns / 1e9 and ts.tv_nsec = ns % 1e9 (signed, truncating).
 void to(timespec& ts, long long ns);
 }  // namespace nano
 
 namespace tick {
 
-// The last tick read by now(), the floor of the next reading. Read and
-// written without a lock (concurrent callers may overwrite each other's
-// value); atomic so that a 64-bit value is never torn on 32-bit x86.
+/// The last tick read by now(), the floor of the next reading. Read and
+/// written without a lock (concurrent callers may overwrite each other's
+/// value); atomic so that a 64-bit value is never torn on 32-bit x86.
 extern std::atomic<pod::uint64> lastTick;
 
 pod::uint64 now();
 
 namespace as {
-// Unused; kept for the interface's sake.
+/// Unused; kept for the interface's sake.
 extern int cheese;
 
 pod::uint64 nano(pod::uint64 t);

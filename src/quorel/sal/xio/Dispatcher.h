@@ -1,16 +1,17 @@
-// Dispatchers: read and write requests against endpoints, performed
-// synchronously in the calling thread or through the kernel's native
-// asynchronous I/O, each completion or failure reported to a handler.
-//
-//   class Counter : public xio::AHandler { ... on(i::op::Read, int n, Request&) ... };
-//
-//   xio::mux::Spec spec;
-//   spec.set<xio::i::mux::type::Async>();
-//   xio::Dispatcher dispatcher = xio::Dispatcher::create(spec, 64);
-//   Counter handler;
-//   std::unique_ptr<xio::Request> request(dispatcher.newRequestFor(&handler, endpoint));
-//   request->submit(xio::i::op::Read(), buffer, 4096, 0);
-//   dispatcher.wait();  // handler.on(i::op::Read(), 4096, *request)
+/// \file
+/// Dispatchers: read and write requests against endpoints, performed
+/// synchronously in the calling thread or through the kernel's native
+/// asynchronous I/O, each completion or failure reported to a handler.
+///
+///   class Counter : public xio::AHandler { ... on(i::op::Read, int n, Request&) ... };
+///
+///   xio::mux::Spec spec;
+///   spec.set<xio::i::mux::type::Async>();
+///   xio::Dispatcher dispatcher = xio::Dispatcher::create(spec, 64);
+///   Counter handler;
+///   std::unique_ptr<xio::Request> request(dispatcher.newRequestFor(&handler, endpoint));
+///   request->submit(xio::i::op::Read(), buffer, 4096, 0);
+///   dispatcher.wait();  // handler.on(i::op::Read(), 4096, *request)
 #ifndef QUOREL_SAL_XIO_DISPATCHER_H
 #define QUOREL_SAL_XIO_DISPATCHER_H
 
@@ -27,18 +28,18 @@ namespace xio {
 
 namespace mux {
 
-// Which dispatcher to build and how the synchronous one performs requests:
-// fourteen option words set with the i::mux tags. Copies share one record;
-// clone() makes an independent one.
-//
-//   mux::Spec spec;
-//   spec.set<i::mux::type::Sync>().set<i::mux::scsi::Enabled>().set<i::mux::scsi::rw16>();
+/// Which dispatcher to build and how the synchronous one performs requests:
+/// fourteen option words set with the i::mux tags. Copies share one record;
+/// clone() makes an independent one.
+///
+///   mux::Spec spec;
+///   spec.set<i::mux::type::Sync>().set<i::mux::scsi::Enabled>().set<i::mux::scsi::rw16>();
 class Spec {
  public:
   Spec();
 
-  // Throws OperationNotSupportedException "the multiplexer type '<name>' is
-  // not supported on this platform" for type::KQueue and type::DevPoll.
+  /// Throws OperationNotSupportedException "the multiplexer type '<name>' is
+  /// not supported on this platform" for type::KQueue and type::DevPoll.
   template <class Tag>
   Spec& set() {
     if constexpr (Tag::group == i::option::kUnsupported) {
@@ -68,7 +69,7 @@ class Spec {
 }  // namespace mux
 
 namespace op {
-// The count and the 64-bit offset for a buffer given beside it.
+/// The count and the 64-bit offset for a buffer given beside it.
 struct Spec {
   Spec(int bytes, long long at) : count(bytes), offset(at) {}
   int count;
@@ -76,49 +77,49 @@ struct Spec {
 };
 }  // namespace op
 
-// Receives the completions and failures of requests. Each event names the
-// request it belongs to (the object newRequestFor returned). Exceptions are
-// passed by reference, never thrown out of wait().
+/// Receives the completions and failures of requests. Each event names the
+/// request it belongs to (the object newRequestFor returned). Exceptions are
+/// passed by reference, never thrown out of wait().
 class AHandler {
  public:
   virtual ~AHandler();
-  // A completed read or write and its byte count (-666 for a request of
-  // count -1, which moves nothing).
+  /// A completed read or write and its byte count (-666 for a request of
+  /// count -1, which moves nothing).
   virtual void on(i::op::Read, int result, Request& request) = 0;
   virtual void on(i::op::Write, int result, Request& request) = 0;
-  // An asynchronous request that the kernel completed with an error: the
-  // positive errno is the code.
+  /// An asynchronous request that the kernel completed with an error: the
+  /// positive errno is the code.
   virtual void on(AIOCompletionException& e, Request& request) = 0;
-  // An asynchronous request that io_submit refused.
+  /// An asynchronous request that io_submit refused.
   virtual void on(AIORequestException& e, Request& request) = 0;
-  // A cancelled asynchronous request; no dispatcher of this library cancels.
+  /// A cancelled asynchronous request; no dispatcher of this library cancels.
   virtual void on(AIOCancellationException& e, Request& request) = 0;
-  // A failed synchronous read or write (SCSIReadException and
-  // SCSIWriteException for pass-through commands).
+  /// A failed synchronous read or write (SCSIReadException and
+  /// SCSIWriteException for pass-through commands).
   virtual void on(ReadException& e, Request& request) = 0;
   virtual void on(WriteException& e, Request& request) = 0;
 };
 
 class Dispatcher;
 
-// One request of a dispatcher on an endpoint: armed with a buffer, a byte
-// count and an offset, submitted, and completed exactly once through its
-// handler during a later wait of the dispatcher. Keep the object that
-// newRequestFor returned alive until then: the handler is given that object,
-// and the kernel writes into the request's control block. Copies share the
-// request. A count of -1 moves nothing and completes with -666.
+/// One request of a dispatcher on an endpoint: armed with a buffer, a byte
+/// count and an offset, submitted, and completed exactly once through its
+/// handler during a later wait of the dispatcher. Keep the object that
+/// newRequestFor returned alive until then: the handler is given that object,
+/// and the kernel writes into the request's control block. Copies share the
+/// request. A count of -1 moves nothing and completes with -666.
 class Request {
  public:
   Request() = default;
 
   unsigned int id() const { return handle_.reference().record.id; }
   void setID(unsigned int id) { handle_->record.id = id; }
-  // The logical block size of SCSI commands, UNMAP and TRIM (0 until set).
+  /// The logical block size of SCSI commands, UNMAP and TRIM (0 until set).
   int blockSize() const { return handle_.reference().record.blockSize; }
   void setBlockSize(int size) { handle_->record.blockSize = size; }
   const Endpoint& endpoint() const { return handle_.reference().endpoint; }
 
-  // Arm without submitting.
+  /// Arm without submitting.
   void setFor(i::op::Read, void* buffer, int count, long long offset) {
     impl::RequestRecord& r = handle_->record;
     r.arm(r.read, buffer, count, offset);
@@ -130,11 +131,11 @@ class Request {
   void setFor(i::op::Read op, void* buffer, const op::Spec& spec) { setFor(op, buffer, spec.count, spec.offset); }
   void setFor(i::op::Write op, void* buffer, const op::Spec& spec) { setFor(op, buffer, spec.count, spec.offset); }
 
-  // Queues the armed operation. False when the dispatcher refused it at once
-  // (the handler has been told). Throws xio::Exception "the request is not
-  // armed for a read or a write" before the first setFor.
+  /// Queues the armed operation. False when the dispatcher refused it at once
+  /// (the handler has been told). Throws xio::Exception "the request is not
+  /// armed for a read or a write" before the first setFor.
   bool submit();
-  // Arm and queue.
+  /// Arm and queue.
   bool submit(i::op::Read op, void* buffer, int count, long long offset) {
     setFor(op, buffer, count, offset);
     return submit();
@@ -156,46 +157,46 @@ class Request {
   util::AHandleTo<impl::Request> handle_;
 };
 
-// Runs requests. The synchronous dispatcher (type::Sync) holds one request
-// and performs it in wait(), choosing pread/pwrite, a socket transfer of
-// every byte (tcp or udp), SCSI READ/WRITE (scsi), UNMAP (scsi::unmap) or
-// ATA TRIM (ata::trim, through SCSI with ata::onscsi) from its spec. The
-// asynchronous dispatcher (type::Async) submits each request to the kernel
-// at once and collects completions in wait()/waitFor().
-//
-// A dispatcher belongs to the thread that created it or last called lock().
-// Only interrupt() may be called from other threads: it sends signal 6
-// (SIGABRT) to the owner, which ends a wait() in progress. While that signal
-// is at its default or ignored disposition, interrupt() first installs a
-// handler that does nothing, so the process keeps running (abort() still
-// ends it: it restores the default before raising again). A handler the
-// program installed itself is left alone; it runs on each interrupt and must
-// return. An interrupt that arrives when the owner is not waiting is lost.
+/// Runs requests. The synchronous dispatcher (type::Sync) holds one request
+/// and performs it in wait(), choosing pread/pwrite, a socket transfer of
+/// every byte (tcp or udp), SCSI READ/WRITE (scsi), UNMAP (scsi::unmap) or
+/// ATA TRIM (ata::trim, through SCSI with ata::onscsi) from its spec. The
+/// asynchronous dispatcher (type::Async) submits each request to the kernel
+/// at once and collects completions in wait()/waitFor().
+///
+/// A dispatcher belongs to the thread that created it or last called lock().
+/// Only interrupt() may be called from other threads: it sends signal 6
+/// (SIGABRT) to the owner, which ends a wait() in progress. While that signal
+/// is at its default or ignored disposition, interrupt() first installs a
+/// handler that does nothing, so the process keeps running (abort() still
+/// ends it: it restores the default before raising again). A handler the
+/// program installed itself is left alone; it runs on each interrupt and must
+/// return. An interrupt that arrives when the owner is not waiting is lost.
 class Dispatcher {
  public:
   Dispatcher() = default;
 
-  // Throws InvalidArgumentException "the mux spec does not specify a valid
-  // type" unless the type is Sync or Async.
+  /// Throws InvalidArgumentException "the mux spec does not specify a valid
+  /// type" unless the type is Sync or Async.
   static Dispatcher create(const mux::Spec& spec, int depth);
 
-  // A new request for handler (not owned) on endpoint; the caller owns it.
+  /// A new request for handler (not owned) on endpoint; the caller owns it.
   Request* newRequestFor(AHandler* handler, const Endpoint& endpoint) const;
 
-  // Requests queued and not yet completed.
+  /// Requests queued and not yet completed.
   int pending() const { return handle_.reference().pending(); }
-  // Synchronous: performs the pending request and completes it; throws
-  // xio::Exception "no pending synchronous I/O to wait on" when there is
-  // none. Asynchronous: completes requests until none is outstanding or the
-  // wait is interrupted.
+  /// Synchronous: performs the pending request and completes it; throws
+  /// xio::Exception "no pending synchronous I/O to wait on" when there is
+  /// none. Asynchronous: completes requests until none is outstanding or the
+  /// wait is interrupted.
   void wait() { handle_->wait(); }
-  // Asynchronous: completes what is already held and what the kernel
-  // completes within the time (one collection, no loop). Synchronous: wait().
+  /// Asynchronous: completes what is already held and what the kernel
+  /// completes within the time (one collection, no loop). Synchronous: wait().
   void waitFor(unsigned long long milliseconds) { handle_->waitFor(milliseconds); }
-  // Ends the owner's wait from another thread; nothing from the owner.
+  /// Ends the owner's wait from another thread; nothing from the owner.
   void interrupt() { handle_->interrupt(); }
-  // Makes the calling thread the owner and blocks every signal in it but the
-  // interrupt signal; unlock() restores the mask lock() replaced.
+  /// Makes the calling thread the owner and blocks every signal in it but the
+  /// interrupt signal; unlock() restores the mask lock() replaced.
   void lock() { handle_->lock(); }
   void unlock() { handle_->unlock(); }
 

@@ -1,5 +1,6 @@
-// Endpoint, Channel, File and Pipe: synchronous byte movement over open
-// specs.
+/// \file
+/// Endpoint, Channel, File and Pipe: synchronous byte movement over open
+/// specs.
 #ifndef QUOREL_SAL_XIO_ENDPOINT_H
 #define QUOREL_SAL_XIO_ENDPOINT_H
 
@@ -16,8 +17,8 @@ namespace sal {
 namespace xio {
 
 namespace impl {
-// Owns one open spec, deleted with the last handle (which closes
-// owned descriptors and discards errors).
+/// Owns one open spec, deleted with the last handle (which closes
+/// owned descriptors and discards errors).
 class Endpoint {
  public:
   explicit Endpoint(AOpenSpec* owned) : spec(owned) {}
@@ -25,10 +26,10 @@ class Endpoint {
 };
 }  // namespace impl
 
-// A shared reference to one open thing: a file, a wrapped or adopted
-// descriptor, memory, nothing, or a TCP connection. Copies share it: closing
-// or reopening through one copy is seen by all. Endpoint() holds nothing and
-// any use throws NULLDereferenceException. One thread at a time.
+/// A shared reference to one open thing: a file, a wrapped or adopted
+/// descriptor, memory, nothing, or a TCP connection. Copies share it: closing
+/// or reopening through one copy is seen by all. Endpoint() holds nothing and
+/// any use throws NULLDereferenceException. One thread at a time.
 class Endpoint {
  public:
   typedef util::AHandleTo<impl::Endpoint> Handle;
@@ -36,18 +37,18 @@ class Endpoint {
   Endpoint() = default;
   explicit Endpoint(const Handle& handle) : handle_(handle) {}
 
-  // A null endpoint / a memory endpoint.
+  /// A null endpoint / a memory endpoint.
   static Endpoint open(const std::string& name);
   static Endpoint open(const std::string& name, void* address, unsigned int length);
-  // Opens the file now. Throws OpenException "::open('<path>', <flag names>) failed".
+  /// Opens the file now. Throws OpenException "::open('<path>', <flag names>) failed".
   static Endpoint open(const std::string& path, const fopen::Spec& spec);
-  // Connects now.
+  /// Connects now.
   static Endpoint open(const io::TCPBindingAddress& binding, const io::TCPConnectingAddress& connecting);
-  // A descriptor the caller keeps (wrap) or hands over (adopt). Throw
-  // AdoptException (wrap) / WrapException (adopt) for i::id::kNone.
+  /// A descriptor the caller keeps (wrap) or hands over (adopt). Throw
+  /// AdoptException (wrap) / WrapException (adopt) for i::id::kNone.
   static Endpoint wrap(unsigned int id, const open::Spec& spec);
   static Endpoint adopt(unsigned int id, const open::Spec& spec);
-  // "STDIN", "STDOUT", "STDERR" over 0, 1, 2; fail as above if closed.
+  /// "STDIN", "STDOUT", "STDERR" over 0, 1, 2; fail as above if closed.
   static Endpoint wrap(i::stdfd::Input);
   static Endpoint wrap(i::stdfd::Output);
   static Endpoint wrap(i::stdfd::Error);
@@ -58,9 +59,9 @@ class Endpoint {
   void open();
   void close();
   void reopen();
-  // A new endpoint over a duplicate: close-on-exec unless both this
-  // endpoint's and the requested inherit option are Enabled. A TCP endpoint
-  // gives an empty Endpoint.
+  /// A new endpoint over a duplicate: close-on-exec unless both this
+  /// endpoint's and the requested inherit option are Enabled. A TCP endpoint
+  /// gives an empty Endpoint.
   Endpoint clone(i::open::inherit::Enabled) const;
   Endpoint clone(i::open::inherit::Disabled) const;
 
@@ -68,16 +69,16 @@ class Endpoint {
   const std::string& name() const;
   std::string specString() const;
   const impl::AOpenSpec& key() const;
-  // The shared record (for requests, which read the identifier when they run).
+  /// The shared record (for requests, which read the identifier when they run).
   const impl::Endpoint& record() const { return handle_.reference(); }
 
  private:
   Handle handle_;
 };
 
-// Sequential reads and writes at the endpoint's current position; each moves
-// what one call moves (0 from read: end of file). Throw ReadException
-// "::read() failed" / WriteException "::write() failed" with errno.
+/// Sequential reads and writes at the endpoint's current position; each moves
+/// what one call moves (0 from read: end of file). Throw ReadException
+/// "::read() failed" / WriteException "::write() failed" with errno.
 class Channel {
  public:
   Channel() = default;
@@ -96,38 +97,38 @@ class Channel {
   Endpoint endpoint_;
 };
 
-// A channel with positioned I/O, seeking, truncation and flushing.
+/// A channel with positioned I/O, seeking, truncation and flushing.
 class File : public Channel {
  public:
   File() = default;
   explicit File(const Endpoint& endpoint) : Channel(endpoint) {}
   ~File() override;
 
-  // Replaces the endpoint with Endpoint::open(path, spec).
+  /// Replaces the endpoint with Endpoint::open(path, spec).
   void open(const std::string& path, const fopen::Spec& spec);
   using Channel::read;
   using Channel::write;
-  // At an absolute offset; the position is unchanged. Throw "::pread() failed"
-  // / "::pwrite() failed".
+  /// At an absolute offset; the position is unchanged. Throw "::pread() failed"
+  /// / "::pwrite() failed".
   int read(void* buffer, int size, long long offset);
   int read(void* buffer, unsigned int size, long long offset);
   int write(const void* buffer, int size, long long offset);
   int write(const void* buffer, unsigned int size, long long offset);
-  // The new offset. Throws SeekException "::lseek() failed".
+  /// The new offset. Throws SeekException "::lseek() failed".
   long long seek(long long offset, i::fseek::from::Begin);
   long long seek(long long offset, i::fseek::from::Current);
   long long seek(long long offset, i::fseek::from::End);
-  // Cuts the file at the current position (seek there first). Throws
-  // TruncateException "::ftruncate() failed".
+  /// Cuts the file at the current position (seek there first). Throws
+  /// TruncateException "::ftruncate() failed".
   void truncate();
-  // Throws SyncException "::fsync() failed".
+  /// Throws SyncException "::fsync() failed".
   void sync();
 };
 
-// Two endpoints joined by a pipe, both owned.
+/// Two endpoints joined by a pipe, both owned.
 class Pipe {
  public:
-  // Throws OpenException "::pipe() failed" or a failed option's fcntl.
+  /// Throws OpenException "::pipe() failed" or a failed option's fcntl.
   Pipe(const open::Spec& readSpec, const open::Spec& writeSpec);
 
   Endpoint& forRead() { return read_; }

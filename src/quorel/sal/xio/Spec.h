@@ -1,4 +1,5 @@
-// open::Spec and fopen::Spec: how a descriptor or a file is to be opened.
+/// \file
+/// open::Spec and fopen::Spec: how a descriptor or a file is to be opened.
 #ifndef QUOREL_SAL_XIO_SPEC_H
 #define QUOREL_SAL_XIO_SPEC_H
 
@@ -14,11 +15,11 @@ namespace xio {
 
 namespace open {
 
-// Descriptor options: inherit (default Disabled: close-on-exec) and nonblock
-// (default Disabled). Copies share one record: set() on a copy changes both.
-//
-//   open::Spec spec;
-//   spec.set<i::open::nonblock::Enabled>();
+/// Descriptor options: inherit (default Disabled: close-on-exec) and nonblock
+/// (default Disabled). Copies share one record: set() on a copy changes both.
+///
+///   open::Spec spec;
+///   spec.set<i::open::nonblock::Enabled>();
 class Spec {
  public:
   Spec();
@@ -36,7 +37,7 @@ class Spec {
   }
 
   const impl::open::Spec& key() const { return handle_.reference(); }
-  // "FD_CLOEXEC" by default; "O_NONBLOCK" is added when nonblock is Enabled.
+  /// "FD_CLOEXEC" by default; "O_NONBLOCK" is added when nonblock is Enabled.
   std::string asString() const { return handle_->asString(); }
 
  private:
@@ -47,14 +48,14 @@ class Spec {
 
 namespace fopen {
 
-// File options on top of the descriptor options copied from an open::Spec.
-// Each is unspecified, Enabled or Disabled; only Enabled adds to the open.
-// A created file gets mode 0600 unless the posix permission tags change it.
-// Options of other platforms (win, sol, mac) are accepted and ignored.
-//
-//   fopen::Spec spec;
-//   spec.set<i::fopen::write::Enabled>().set<i::fopen::write::create::Enabled>()
-//       .set<i::fopen::write::init::Truncate>();
+/// File options on top of the descriptor options copied from an open::Spec.
+/// Each is unspecified, Enabled or Disabled; only Enabled adds to the open.
+/// A created file gets mode 0600 unless the posix permission tags change it.
+/// Options of other platforms (win, sol, mac) are accepted and ignored.
+///
+///   fopen::Spec spec;
+///   spec.set<i::fopen::write::Enabled>().set<i::fopen::write::create::Enabled>()
+///       .set<i::fopen::write::init::Truncate>();
 class Spec {
  public:
   explicit Spec(const open::Spec& descriptor = open::Spec());
@@ -73,7 +74,7 @@ class Spec {
   }
 
   const impl::fopen::Spec& key() const { return handle_.reference(); }
-  // The flag names of the open this spec makes.
+  /// The flag names of the open this spec makes.
   std::string asString() const { return handle_->flagNames(); }
 
  private:

@@ -1,4 +1,5 @@
-// SourceStream and SinkStream: buffered exact-length reads and buffered writes.
+/// \file
+/// SourceStream and SinkStream: buffered exact-length reads and buffered writes.
 #ifndef QUOREL_SAL_XIO_STREAM_H
 #define QUOREL_SAL_XIO_STREAM_H
 
@@ -16,7 +17,7 @@ namespace impl {
 class SourceStream {
  public:
   SourceStream(const Channel& channel, int size);
-  // Delivers up to count bytes, fewer only at the end of the data.
+  /// Delivers up to count bytes, fewer only at the end of the data.
   int get(void* buffer, int count);
 
  private:
@@ -41,27 +42,27 @@ class SinkStream {
 
 }  // namespace impl
 
-// Reads exact lengths through a buffer of fixed size; requests larger than
-// the buffer read straight into the caller's memory. Copies share the
-// buffer. One thread at a time.
+/// Reads exact lengths through a buffer of fixed size; requests larger than
+/// the buffer read straight into the caller's memory. Copies share the
+/// buffer. One thread at a time.
 class SourceStream {
  public:
   SourceStream(const Channel& channel, int bufferSize);
 
-  // Exactly count bytes, or EOFException "End-of-file reached" after
-  // delivering what there was. The end of file is sticky: later gets throw at
-  // once without reading again.
+  /// Exactly count bytes, or EOFException "End-of-file reached" after
+  /// delivering what there was. The end of file is sticky: later gets throw at
+  /// once without reading again.
   SourceStream& get(void* buffer, int count);
-  // Up to count bytes; fewer (0 after the end) only at the end of the data.
+  /// Up to count bytes; fewer (0 after the end) only at the end of the data.
   int read(void* buffer, int count);
 
  private:
   util::AHandleTo<impl::SourceStream> handle_;
 };
 
-// Collects writes in a buffer of fixed size; what does not fit flushes the
-// buffer first, and whole buffers' worth is written straight from the
-// caller's memory. The last handle discards unflushed bytes: flush() first.
+/// Collects writes in a buffer of fixed size; what does not fit flushes the
+/// buffer first, and whole buffers' worth is written straight from the
+/// caller's memory. The last handle discards unflushed bytes: flush() first.
 class SinkStream {
  public:
   SinkStream(const Channel& channel, int bufferSize);

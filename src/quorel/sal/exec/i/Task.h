@@ -1,4 +1,5 @@
-// Task: a unit of work for threads and the application frame.
+/// \file
+/// Task: a unit of work for threads and the application frame.
 #ifndef QUOREL_SAL_EXEC_I_TASK_H
 #define QUOREL_SAL_EXEC_I_TASK_H
 
@@ -9,8 +10,8 @@ namespace sal {
 namespace exec {
 namespace i {
 
-// Held through AHandleTo<Task>, so a task lives as long as the last thread
-// or application that holds it.
+/// Held through AHandleTo<Task>, so a task lives as long as the last thread
+/// or application that holds it.
 class Task {
  public:
   virtual ~Task() = 0;
@@ -23,7 +24,7 @@ inline Task::~Task() {}
 
 typedef util::AHandleTo<i::Task> TaskHandle;
 
-// A task that calls a plain function and returns its result.
+/// A task that calls a plain function and returns its result.
 class FunctionDispatchTask : public i::Task {
  public:
   explicit FunctionDispatchTask(int (*function)()) : function_(function) {}

@@ -1,5 +1,6 @@
-// Implementation objects of the synchronisation primitives: each owns one
-// platform object and lives as long as the last public object sharing it.
+/// \file
+/// Implementation objects of the synchronisation primitives: each owns one
+/// platform object and lives as long as the last public object sharing it.
 #ifndef QUOREL_SAL_EXEC_IMPL_SYNC_H
 #define QUOREL_SAL_EXEC_IMPL_SYNC_H
 

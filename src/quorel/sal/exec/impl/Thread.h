@@ -1,4 +1,5 @@
-// The shared state of a thread: its task and three flags under one mutex.
+/// \file
+/// The shared state of a thread: its task and three flags under one mutex.
 #ifndef QUOREL_SAL_EXEC_IMPL_THREAD_H
 #define QUOREL_SAL_EXEC_IMPL_THREAD_H
 
@@ -10,23 +11,23 @@ namespace sal {
 namespace exec {
 namespace impl {
 
-// States: created -> running and parked -> released -> finished. The three
-// flags are read and written only under the mutex that the three conditions
-// share.
+/// States: created -> running and parked -> released -> finished. The three
+/// flags are read and written only under the mutex that the three conditions
+/// share.
 class Thread {
  public:
   explicit Thread(const TaskHandle& task);
 
-  // The creator's side: waits until the new thread is running and parked.
+  /// The creator's side: waits until the new thread is running and parked.
   void awaitRunning();
-  // Lets the parked thread run its task.
+  /// Lets the parked thread run its task.
   void release();
   void wait();
   bool waitFor(unsigned long long milliseconds);
   bool waitUntil(time::absolute deadline);
 
-  // The function booted on the new thread; argument points at the creator's
-  // handle to this object, valid until awaitRunning() returns.
+  /// The function booted on the new thread; argument points at the creator's
+  /// handle to this object, valid until awaitRunning() returns.
   static void bootImpl(void* handle);
 
  private:

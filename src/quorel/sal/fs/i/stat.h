@@ -1,4 +1,5 @@
-// The query tags of fs::Stat: empty classes used through their type identity.
+/// \file
+/// The query tags of fs::Stat: empty classes used through their type identity.
 #ifndef QUOREL_SAL_FS_I_STAT_H
 #define QUOREL_SAL_FS_I_STAT_H
 

@@ -1,4 +1,5 @@
-// What one query found out about a path.
+/// \file
+/// What one query found out about a path.
 #ifndef QUOREL_SAL_FS_IMPL_STAT_H
 #define QUOREL_SAL_FS_IMPL_STAT_H
 
@@ -18,7 +19,7 @@ class Stat {
               kCharacterDevice = 6 };
 
   explicit Stat(const std::string& name);
-  // Starts over for another path: every figure is cleared, then queried.
+  /// Starts over for another path: every figure is cleared, then queried.
   void resetFor(const std::string& name);
   void query();
   bool is(const std::type_info& tag) const;

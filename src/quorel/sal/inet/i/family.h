@@ -1,4 +1,5 @@
-// Address family codes of the internet configuration.
+/// \file
+/// Address family codes of the internet configuration.
 #ifndef QUOREL_SAL_INET_I_FAMILY_H
 #define QUOREL_SAL_INET_I_FAMILY_H
 

@@ -1,4 +1,5 @@
-// The socket address behind inet::Address.
+/// \file
+/// The socket address behind inet::Address.
 #ifndef QUOREL_SAL_INET_IMPL_ADDRESS_H
 #define QUOREL_SAL_INET_IMPL_ADDRESS_H
 
@@ -12,7 +13,7 @@ namespace sal {
 namespace inet {
 namespace impl {
 
-// An IPv4 or IPv6 socket address; bytes beyond the family's structure are zero.
+/// An IPv4 or IPv6 socket address; bytes beyond the family's structure are zero.
 class Address {
  public:
   Address() { std::memset(&storage, 0, sizeof storage); }

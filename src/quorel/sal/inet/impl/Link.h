@@ -1,4 +1,5 @@
-// One network link of the host: name, interface index, hardware address.
+/// \file
+/// One network link of the host: name, interface index, hardware address.
 #ifndef QUOREL_SAL_INET_IMPL_LINK_H
 #define QUOREL_SAL_INET_IMPL_LINK_H
 
@@ -32,10 +33,10 @@ class Link {
 
 namespace link {
 
-// The host's interface addresses (::getifaddrs). Throws inet::Exception
-// "::getifaddrs() failed" in the interface enumeration domain with errno.
+/// The host's interface addresses (getifaddrs). Throws inet::Exception
+/// "::getifaddrs() failed" in the interface enumeration domain with errno.
 ifaddrs* list();
-// Releases a list from list() (::freeifaddrs); null is ignored.
+/// Releases a list from list() (freeifaddrs); null is ignored.
 void release(ifaddrs* entries);
 
 }  // namespace link

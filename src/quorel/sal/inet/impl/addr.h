@@ -1,4 +1,5 @@
-// Socket address arithmetic and numeric text conversion.
+/// \file
+/// Socket address arithmetic and numeric text conversion.
 #ifndef QUOREL_SAL_INET_IMPL_ADDR_H
 #define QUOREL_SAL_INET_IMPL_ADDR_H
 
@@ -14,22 +15,22 @@ namespace impl {
 namespace addr {
 
 namespace str {
-// Numeric text of the address (no port, brackets or prefix); "" when it has
-// no family. Throws inet::Exception "failed convert a socket address to
-// string" (address resolution domain, the resolver's code).
+/// Numeric text of the address (no port, brackets or prefix); "" when it has
+/// no family. Throws inet::Exception "failed convert a socket address to
+/// string" (address resolution domain, the resolver's code).
 const std::string from(const sockaddr& address);
-// Replaces the whole address (port included) with the numeric text's, in the
-// address's current family (IPv4 if it is AF_INET, else IPv6). Host names are
-// refused. Throws inet::Exception "::getaddrinfo('<text>') failed" or
-// "... returned no result".
+/// Replaces the whole address (port included) with the numeric text's, in the
+/// address's current family (IPv4 if it is AF_INET, else IPv6). Host names are
+/// refused. Throws inet::Exception "::getaddrinfo('<text>') failed" or
+/// "... returned no result".
 void to(sockaddr& address, const std::string& text);
 }  // namespace str
 
-// Leading one bits, read leniently: whole 255 bytes count 8, the first other
-// byte counts its leading ones if it is a contiguous mask byte and 8 if not;
-// later bytes are ignored (255.255.0.255 is 16, 255.255.37.0 is 24).
+/// Leading one bits, read leniently: whole 255 bytes count 8, the first other
+/// byte counts its leading ones if it is a contiguous mask byte and 8 if not;
+/// later bytes are ignored (255.255.0.255 is 16, 255.255.37.0 is 24).
 int prefixLengthOf(const sockaddr& address);
-// The address becomes the mask of prefixLength leading one bits.
+/// The address becomes the mask of prefixLength leading one bits.
 void createMaskOn(sockaddr& address, int prefixLength);
 
 unsigned short portOf(const sockaddr_in& address);
@@ -43,8 +44,8 @@ void setPortOf(sockaddr_in6& address, unsigned short port);
 }  // namespace sal
 }  // namespace quorel
 
-// Orderings of the system's address types: addresses compare in host byte
-// order; ports are never compared.
+/// Orderings of the system's address types: addresses compare in host byte
+/// order; ports are never compared.
 bool operator<(in_addr a, in_addr b);
 bool operator<(const sockaddr_in& a, const sockaddr_in& b);
 bool operator<(const in6_addr& a, const in6_addr& b);

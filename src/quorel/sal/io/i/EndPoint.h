@@ -1,4 +1,5 @@
-// Interfaces of the I/O layer realised by sockets.
+/// \file
+/// Interfaces of the I/O layer realised by sockets.
 #ifndef QUOREL_SAL_IO_I_ENDPOINT_H
 #define QUOREL_SAL_IO_I_ENDPOINT_H
 
@@ -7,7 +8,7 @@ namespace sal {
 namespace io {
 namespace i {
 
-// Something with an I/O identifier that can be closed.
+/// Something with an I/O identifier that can be closed.
 class EndPoint {
  public:
   virtual ~EndPoint() {}
@@ -15,8 +16,8 @@ class EndPoint {
   virtual void close() = 0;
 };
 
-// Something bytes can be read from: at most size bytes per call; 0 means the
-// other side ended.
+/// Something bytes can be read from: at most size bytes per call; 0 means the
+/// other side ended.
 class Source {
  public:
   virtual ~Source() {}
@@ -24,7 +25,7 @@ class Source {
   virtual int get(void* buffer, int size, int timeout) = 0;
 };
 
-// Something bytes can be written to: at most size bytes per call.
+/// Something bytes can be written to: at most size bytes per call.
 class Sink {
  public:
   virtual ~Sink() {}

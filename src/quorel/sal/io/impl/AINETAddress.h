@@ -1,5 +1,6 @@
-// Socket addresses by family: every socket operation that needs an address
-// is a virtual operation of the address, which knows its sockaddr layout.
+/// \file
+/// Socket addresses by family: every socket operation that needs an address
+/// is a virtual operation of the address, which knows its sockaddr layout.
 #ifndef QUOREL_SAL_IO_IMPL_AINETADDRESS_H
 #define QUOREL_SAL_IO_IMPL_AINETADDRESS_H
 
@@ -22,28 +23,28 @@ class AINETAddress {
   AINETAddress(int family, int type, int protocol) : family_(family), type_(type), protocol_(protocol) {}
   virtual ~AINETAddress() = 0;
 
-  // Reverse lookup and numeric text; cached until the address is refilled.
+  /// Reverse lookup and numeric text; cached until the address is refilled.
   virtual const std::string& canonicalName() const = 0;
   virtual const std::string& numericalName() const = 0;
-  // Host byte order.
+  /// Host byte order.
   virtual int port() const = 0;
-  // Refill the address from the socket's own or its peer's address.
+  /// Refill the address from the socket's own or its peer's address.
   virtual void selfAddressOf(const Socket& socket) = 0;
   virtual void peerAddressOf(const Socket& socket) = 0;
   virtual void bind(Socket& socket) const = 0;
-  // Accepts a connection, writing the peer's address into this object.
+  /// Accepts a connection, writing the peer's address into this object.
   virtual sys::io::socket::descriptor accept(Socket& socket, int timeout) = 0;
   virtual void connect(Socket& socket, int timeout) const = 0;
   virtual void initiateConnection(Socket& socket) const = 0;
-  // One sendto() to this address.
+  /// One sendto() to this address.
   virtual int send(Socket& socket, const void* buffer, unsigned int size) const = 0;
-  // One recvfrom(), writing the sender's address into this object.
+  /// One recvfrom(), writing the sender's address into this object.
   virtual int receive(Socket& socket, void* buffer, unsigned int size, int timeout, bool returnOnTimeout) = 0;
 
   int family() const { return family_; }
   int type() const { return type_; }
   int protocol() const { return protocol_; }
-  // Empties the name caches.
+  /// Empties the name caches.
   void resetNames() const {
     canonicalName_.clear();
     numericalName_.clear();
@@ -59,7 +60,7 @@ class AINETAddress {
 
 inline AINETAddress::~AINETAddress() {}
 
-// The address of one family: S is sockaddr_in or sockaddr_in6.
+/// The address of one family: S is sockaddr_in or sockaddr_in6.
 template <class S>
 class AINETAddressOf : public AINETAddress {
  public:
@@ -104,23 +105,23 @@ namespace inet {
 
 enum transport { TCP = 0, UDP = 1 };
 
-// Throw sal::io::Exception "unknown INET protocol" for another transport.
+/// Throw sal::io::Exception "unknown INET protocol" for another transport.
 int protocolFrom(transport t);
 int socketTypeFrom(transport t);
 
-// The first result of a passive (binding) or active (peer) resolution; an
-// empty host or service means the wildcard or port 0. Null when the resolver
-// gave a family other than IPv4 and IPv6.
+/// The first result of a passive (binding) or active (peer) resolution; an
+/// empty host or service means the wildcard or port 0. Null when the resolver
+/// gave a family other than IPv4 and IPv6.
 AINETAddress* newBindingAddress(const std::string& host, const std::string& service, int family, transport t);
 AINETAddress* newPeerAddress(const std::string& host, const std::string& service, int family, transport t);
-// The address class for a resolver result, or null.
+/// The address class for a resolver result, or null.
 AINETAddress* newAddressFrom(const addrinfo& result);
-// An empty address of the socket's family; throws sal::io::Exception
-// "unknown INET address family" for another family.
+/// An empty address of the socket's family; throws sal::io::Exception
+/// "unknown INET address family" for another family.
 AINETAddress* newAddressFrom(const Socket& socket);
 AINETAddress* newPeerAddressOf(const Socket& socket);
 AINETAddress* newSelfAddressOf(const Socket& socket);
-// 255.255.255.255 on port, UDP.
+/// 255.255.255.255 on port, UDP.
 AINETAddress* newBroadcastAddressOn(unsigned short port);
 
 }  // namespace inet

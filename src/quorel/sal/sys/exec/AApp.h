@@ -1,7 +1,8 @@
-// The platform application object: one per process, holding the program's
-// start, stop and interrupt tasks, with signals turned into calls of the
-// stop and interrupt tasks; App runs in the foreground, Daemon detaches
-// first.
+/// \file
+/// The platform application object: one per process, holding the program's
+/// start, stop and interrupt tasks, with signals turned into calls of the
+/// stop and interrupt tasks; App runs in the foreground, Daemon detaches
+/// first.
 #ifndef QUOREL_SAL_SYS_EXEC_AAPP_H
 #define QUOREL_SAL_SYS_EXEC_AAPP_H
 
@@ -15,8 +16,8 @@ namespace exec {
 
 class AApp {
  public:
-  // Registers this object as the process's instance. Throws
-  // OperationNotSupportedException "an application instance already exists".
+  /// Registers this object as the process's instance. Throws
+  /// OperationNotSupportedException "an application instance already exists".
   AApp(const sal::exec::TaskHandle& startTask, const sal::exec::TaskHandle& stopTask,
        const sal::exec::TaskHandle& interruptTask);
   AApp(const AApp&) = delete;
@@ -28,10 +29,10 @@ class AApp {
   int onStop();
   int onInterrupt();
 
-  // The instance. Throws NULLDereferenceException "application instance is
-  // not set" when there is none.
+  /// The instance. Throws NULLDereferenceException "application instance is
+  /// not set" when there is none.
   static AApp& self();
-  // Guards the instance: held while a signal runs a task.
+  /// Guards the instance: held while a signal runs a task.
   static sal::exec::SpinLock& selfLock();
 
  private:
@@ -40,25 +41,25 @@ class AApp {
   sal::exec::TaskHandle interruptTask_;
 };
 
-// Foreground: SIGINT, SIGQUIT and SIGTERM run the stop task, SIGHUP and
-// SIGTSTP the interrupt task, until the object goes (the five signals are
-// then back at their defaults).
+/// Foreground: SIGINT, SIGQUIT and SIGTERM run the stop task, SIGHUP and
+/// SIGTSTP the interrupt task, until the object goes (the five signals are
+/// then back at their defaults).
 class App : public AApp {
  public:
   App(const sal::exec::TaskHandle& startTask, const sal::exec::TaskHandle& stopTask,
       const sal::exec::TaskHandle& interruptTask);
   ~App() override;
-  // Runs the start task; 0.
+  /// Runs the start task; 0.
   int run() override;
 };
 
-// Becomes a daemon first: the launching process waits for the first child,
-// which leaves about 5 seconds after starting the daemon, and then exits 0;
-// the daemon (the grandchild) leads no terminal session, gets /dev/null for
-// whichever standard descriptor is closed, and handles signals as App.
-// Throws sys::Exception "first ::fork() failed while initializing as
-// daemon", "::setsid() failed in first child while initializing as daemon"
-// or "second ::fork() failed while initializing as daemon".
+/// Becomes a daemon first: the launching process waits for the first child,
+/// which leaves about 5 seconds after starting the daemon, and then exits 0;
+/// the daemon (the grandchild) leads no terminal session, gets /dev/null for
+/// whichever standard descriptor is closed, and handles signals as App.
+/// Throws sys::Exception "first ::fork() failed while initializing as
+/// daemon", "::setsid() failed in first child while initializing as daemon"
+/// or "second ::fork() failed while initializing as daemon".
 class Daemon : public AApp {
  public:
   Daemon(const sal::exec::TaskHandle& startTask, const sal::exec::TaskHandle& stopTask,
@@ -68,9 +69,9 @@ class Daemon : public AApp {
 };
 
 namespace appenv {
-// Installs the common handler for SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP.
+/// Installs the common handler for SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP.
 void init();
-// Sets the same signals back to their default dispositions.
+/// Sets the same signals back to their default dispositions.
 void fini();
 }  // namespace appenv
 

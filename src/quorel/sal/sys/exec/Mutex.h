@@ -1,4 +1,5 @@
-// The platform's mutex: one pthread_mutex_t.
+/// \file
+/// The platform's mutex: one pthread_mutex_t.
 #ifndef QUOREL_SAL_SYS_EXEC_MUTEX_H
 #define QUOREL_SAL_SYS_EXEC_MUTEX_H
 
@@ -9,20 +10,20 @@ namespace sal {
 namespace sys {
 namespace exec {
 
-// A default (neither recursive nor error-checking) POSIX mutex. Failures
-// throw sys::Exception "::pthread_mutex_...() failed", domain 2, with the
-// error number the call returned.
+/// A default (neither recursive nor error-checking) POSIX mutex. Failures
+/// throw sys::Exception "::pthread_mutex_...() failed", domain 2, with the
+/// error number the call returned.
 class Mutex {
  public:
   Mutex();
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
-  // Destroys the mutex; never throws.
+  /// Destroys the mutex; never throws.
   ~Mutex();
 
   void lock();
   void unlock();
-  // False when another thread holds the mutex.
+  /// False when another thread holds the mutex.
   bool tryLock();
 
   pthread_mutex_t* native() { return &mutex_; }

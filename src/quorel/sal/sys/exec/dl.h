@@ -1,5 +1,6 @@
-// Platform layer of dynamic modules: dlopen, dlsym, dlclose and the
-// platform's library file names.
+/// \file
+/// Platform layer of dynamic modules: dlopen, dlsym, dlclose and the
+/// platform's library file names.
 #ifndef QUOREL_SAL_SYS_EXEC_DL_H
 #define QUOREL_SAL_SYS_EXEC_DL_H
 
@@ -11,14 +12,14 @@ namespace sys {
 namespace exec {
 namespace dl {
 
-// dlopen(name, RTLD_LAZY); throws sys::Exception "::dlopen(\"<name>\") failed"
-// in the dynamic linker domain (the linker's text is read when the exception
-// is formatted).
+/// dlopen(name, RTLD_LAZY); throws sys::Exception "::dlopen(\"<name>\") failed"
+/// in the dynamic linker domain (the linker's text is read when the exception
+/// is formatted).
 void* open(const std::string& name);
-// dlclose; never throws.
+/// dlclose; never throws.
 void close(void* handle);
-// dlsym; a null address, also that of a symbol whose value is null, throws
-// sys::Exception "::dlsym(\"<symbol>\") failed" in the dynamic linker domain.
+/// dlsym; a null address, also that of a symbol whose value is null, throws
+/// sys::Exception "::dlsym(\"<symbol>\") failed" in the dynamic linker domain.
 void* addressOf(std::string symbol, void* handle);
 
 const char* prefix();                  // "lib"

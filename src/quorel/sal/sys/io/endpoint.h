@@ -1,4 +1,5 @@
-// Platform helpers on plain descriptors.
+/// \file
+/// Platform helpers on plain descriptors.
 #ifndef QUOREL_SAL_SYS_IO_ENDPOINT_H
 #define QUOREL_SAL_SYS_IO_ENDPOINT_H
 
@@ -10,17 +11,17 @@ namespace endpoint {
 
 typedef int handle;
 
-// Sets or clears FD_CLOEXEC. Throws sys::Exception "::fcntl() failed"
-// (domain 2, errno).
+/// Sets or clears FD_CLOEXEC. Throws sys::Exception "::fcntl() failed"
+/// (domain 2, errno).
 void setCloseOnExec(handle fd, bool on);
 
-// dup2(fd, 0|1|2), then close-on-exec on the standard descriptor unless
-// inheritable; fd stays open. Throws sys::Exception "::dup2() failed" (errno)
-// or the fcntl failure.
+/// dup2(fd, 0|1|2), then close-on-exec on the standard descriptor unless
+/// inheritable; fd stays open. Throws sys::Exception "::dup2() failed" (errno)
+/// or the fcntl failure.
 void setStdIn(handle fd, bool inheritable);
 void setStdOut(handle fd, bool inheritable);
 void setStdErr(handle fd, bool inheritable);
-// close(fd); the result is returned, not checked.
+/// close(fd); the result is returned, not checked.
 int close(handle fd);
 
 }  // namespace endpoint

@@ -1,4 +1,5 @@
-// Identifiers, offsets and the option tags of the extended I/O layer.
+/// \file
+/// Identifiers, offsets and the option tags of the extended I/O layer.
 #ifndef QUOREL_SAL_XIO_I_TYPES_H
 #define QUOREL_SAL_XIO_I_TYPES_H
 
@@ -10,8 +11,8 @@ namespace xio {
 namespace i {
 
 namespace id {
-// The descriptor of descriptor-backed endpoints; an opaque address for memory
-// and null endpoints. All ones: no identifier.
+/// The descriptor of descriptor-backed endpoints; an opaque address for memory
+/// and null endpoints. All ones: no identifier.
 typedef pod::uint32 type;
 const type kNone = 0xffffffffu;
 }  // namespace id
@@ -47,7 +48,7 @@ typedef option::Tag<option::kOpen, kNonblock, option::kDisabled> Disabled;
 
 namespace fopen {
 
-// Options of a file open, in the order of their flag names.
+/// Options of a file open, in the order of their flag names.
 enum {
   kRead, kWrite, kCreate, kInit,
   kUserRead, kUserWrite, kUserExec, kGroupRead, kGroupWrite, kGroupExec, kOtherRead, kOtherWrite, kOtherExec,
@@ -59,7 +60,7 @@ struct Switch {
   typedef option::Tag<option::kFile, Option, option::kEnabled> Enabled;
   typedef option::Tag<option::kFile, Option, option::kDisabled> Disabled;
 };
-// Accepted by set() and ignored on this platform.
+/// Accepted by set() and ignored on this platform.
 template <int Option>
 struct Ignored {
   typedef option::Tag<option::kIgnored, Option, option::kEnabled> Enabled;
@@ -149,7 +150,7 @@ struct Switch {
   typedef Tag<Word, kEnabled> Enabled;
   typedef Tag<Word, kDisabled> Disabled;
 };
-// A type other platforms offer: setting it fails.
+/// A type other platforms offer: setting it fails.
 template <int Value>
 struct Unsupported {
   static constexpr int group = option::kUnsupported;
@@ -176,11 +177,11 @@ struct posix {
   struct rt : Switch<kPOSIXRT> {};
   struct fsync : Switch<kPOSIXFSync> {};
 };
-// Synchronous requests on a TCP or UDP socket move all their bytes.
+/// Synchronous requests on a TCP or UDP socket move all their bytes.
 struct tcp : Switch<kTCP> {};
 struct udp : Switch<kUDP> {};
-// Synchronous reads and writes as SCSI commands through SG_IO; writes as
-// UNMAP of the request's range with unmap.
+/// Synchronous reads and writes as SCSI commands through SG_IO; writes as
+/// UNMAP of the request's range with unmap.
 struct scsi : Switch<kSCSI> {
   struct extended : Switch<kSCSIExtended> {};  // the version-4 (bsg) header
   struct fua : Switch<kSCSIFUA> {};            // Force Unit Access
@@ -190,8 +191,8 @@ struct scsi : Switch<kSCSI> {
   typedef Tag<kSCSICDBSize, 2> rw32;
   struct unmap : Switch<kSCSIUNMAP> {};
 };
-// Synchronous writes as ATA TRIM of the request's range, directly or (onscsi)
-// inside SCSI ATA PASS-THROUGH.
+/// Synchronous writes as ATA TRIM of the request's range, directly or (onscsi)
+/// inside SCSI ATA PASS-THROUGH.
 struct ata {
   struct trim : Switch<kATATrim> {};
   struct onscsi : Switch<kATAOnSCSI> {};

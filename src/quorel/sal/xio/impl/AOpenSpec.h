@@ -1,5 +1,6 @@
-// Open specs: what an endpoint's identifier is and how it is
-// opened, closed, duplicated and described.
+/// \file
+/// Open specs: what an endpoint's identifier is and how it is
+/// opened, closed, duplicated and described.
 #ifndef QUOREL_SAL_XIO_IMPL_AOPENSPEC_H
 #define QUOREL_SAL_XIO_IMPL_AOPENSPEC_H
 
@@ -15,9 +16,9 @@ namespace sal {
 namespace xio {
 namespace impl {
 
-// Created open. close() keeps the former identifier as previous() and leaves
-// none; a clone is a new object the caller owns (or null where the kind
-// cannot be cloned).
+/// Created open. close() keeps the former identifier as previous() and leaves
+/// none; a clone is a new object the caller owns (or null where the kind
+/// cannot be cloned).
 class AOpenSpec {
  public:
   AOpenSpec(const std::string& name, i::id::type id) : name_(name), id_(id), previous_(i::id::kNone) {}
@@ -33,7 +34,7 @@ class AOpenSpec {
   i::id::type previous() const { return previous_; }
 
  protected:
-  // The identifier moves to previous and none is current.
+  /// The identifier moves to previous and none is current.
   void drop() {
     previous_ = id_;
     id_ = i::id::kNone;
@@ -48,12 +49,12 @@ class AOpenSpec {
   i::id::type previous_;
 };
 
-// A file opened with open64; the descriptor is owned.
+/// A file opened with open64; the descriptor is owned.
 class FileOpenSpec : public AOpenSpec {
  public:
   FileOpenSpec(const std::string& path, const fopen::Spec& spec);
   ~FileOpenSpec() override;
-  // Opens the path again; the former descriptor is not closed.
+  /// Opens the path again; the former descriptor is not closed.
   void open() override;
   void close() override;
   AOpenSpec* clone(i::open::inherit::Disabled) const override;
@@ -67,16 +68,16 @@ class FileOpenSpec : public AOpenSpec {
   fopen::Spec spec_;
 };
 
-// A descriptor the caller already has, owned (adopted) or not (wrapped).
+/// A descriptor the caller already has, owned (adopted) or not (wrapped).
 class DescWrapper : public AOpenSpec {
  public:
-  // Throws WrapException "attempt to wrap an invalid descriptor" when owns
-  // (adopting) and AdoptException "attempt to adaopt an invalid descriptor"
-  // when not (wrapping) for i::id::kNone: class and text are swapped with
-  // respect to the path taken, as callers have always seen them.
+  /// Throws WrapException "attempt to wrap an invalid descriptor" when owns
+  /// (adopting) and AdoptException "attempt to adaopt an invalid descriptor"
+  /// when not (wrapping) for i::id::kNone: class and text are swapped with
+  /// respect to the path taken, as callers have always seen them.
   DescWrapper(const std::string& name, i::id::type id, bool owns, const open::Spec& spec);
-  // A standard handle: inherit is Enabled if the descriptor is not
-  // close-on-exec; nonblock stays Disabled.
+  /// A standard handle: inherit is Enabled if the descriptor is not
+  /// close-on-exec; nonblock stays Disabled.
   DescWrapper(const std::string& name, i::id::type id, bool owns);
   ~DescWrapper() override;
   void open() override {}
@@ -93,7 +94,7 @@ class DescWrapper : public AOpenSpec {
   open::Spec spec_;
 };
 
-// A piece of memory; the identifier is the address of its record.
+/// A piece of memory; the identifier is the address of its record.
 class MemOpenSpec : public AOpenSpec {
  public:
   MemOpenSpec(const std::string& name, void* address, unsigned int length);
@@ -115,8 +116,8 @@ class MemOpenSpec : public AOpenSpec {
   Record record_;
 };
 
-// Nothing; the identifier is the object's address. A clone is named after
-// the source's whole description, so each generation adds a bracketed group.
+/// Nothing; the identifier is the object's address. A clone is named after
+/// the source's whole description, so each generation adds a bracketed group.
 class NULLOpenSpec : public AOpenSpec {
  public:
   explicit NULLOpenSpec(const std::string& name);
@@ -130,7 +131,7 @@ class NULLOpenSpec : public AOpenSpec {
   std::string description_;
 };
 
-// A connected TCP client, closed when this object goes. Cannot be cloned (null).
+/// A connected TCP client, closed when this object goes. Cannot be cloned (null).
 class TCPOpenSpec : public AOpenSpec {
  public:
   TCPOpenSpec(const io::TCPBindingAddress& binding, const io::TCPConnectingAddress& connecting);

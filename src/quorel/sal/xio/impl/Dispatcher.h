@@ -1,5 +1,6 @@
-// The records behind mux::Spec, Request and Dispatcher, and the interface
-// that the synchronous and the asynchronous dispatcher implement.
+/// \file
+/// The records behind mux::Spec, Request and Dispatcher, and the interface
+/// that the synchronous and the asynchronous dispatcher implement.
 #ifndef QUOREL_SAL_XIO_IMPL_DISPATCHER_H
 #define QUOREL_SAL_XIO_IMPL_DISPATCHER_H
 
@@ -24,8 +25,8 @@ namespace impl {
 
 namespace mux {
 
-// The fourteen option words. By default: no type, posix::rt Enabled, every
-// other switch Disabled, 10-byte SCSI commands.
+/// The fourteen option words. By default: no type, posix::rt Enabled, every
+/// other switch Disabled, 10-byte SCSI commands.
 class Spec {
  public:
   Spec();
@@ -36,13 +37,13 @@ class Spec {
 
 }  // namespace mux
 
-// A byte count of all ones asks for no transfer: the request completes with
-// kHeldResult, without any system call.
+/// A byte count of all ones asks for no transfer: the request completes with
+/// kHeldResult, without any system call.
 const pod::uint32 kNoTransfer = 0xffffffffu;
 const int kHeldResult = -666;
 
-// Forwards each event of a request to the matching slot of the caller's
-// handler.
+/// Forwards each event of a request to the matching slot of the caller's
+/// handler.
 class Handler {
  public:
   explicit Handler(AHandler* target) : target_(target) {}
@@ -65,10 +66,10 @@ class ARequestFor;
 class ADispatcher;
 class Request;
 
-// One operation of a request: the dispatcher's function that performs it,
-// the dispatcher's function that completes it, and the kernel's control
-// block (user data: the request; opcode: pread for the read context, pwrite
-// for the write context).
+/// One operation of a request: the dispatcher's function that performs it,
+/// the dispatcher's function that completes it, and the kernel's control
+/// block (user data: the request; opcode: pread for the read context, pwrite
+/// for the write context).
 struct Context {
   typedef int (*Perform)(ARequestFor<Handler>& request);
   typedef void (*Complete)(ARequestFor<Handler>& request, int result);
@@ -78,9 +79,9 @@ struct Context {
   iocb block;
 };
 
-// What a dispatcher works on: the identifier, the armed operation, one
-// context per operation, the logical block size of SCSI requests and the
-// endpoint.
+/// What a dispatcher works on: the identifier, the armed operation, one
+/// context per operation, the logical block size of SCSI requests and the
+/// endpoint.
 template <class H>
 class ARequestFor {
  public:
@@ -88,8 +89,8 @@ class ARequestFor {
   ARequestFor(const ARequestFor&) = delete;
   ARequestFor& operator=(const ARequestFor&) = delete;
 
-  // Stores the buffer, the count and the offset in the context's block and
-  // makes it the current operation.
+  /// Stores the buffer, the count and the offset in the context's block and
+  /// makes it the current operation.
   void arm(Context& context, void* buffer, int count, long long offset) {
     context.block.aio_buf = reinterpret_cast<pod::uintptr>(buffer);
     context.block.aio_nbytes = static_cast<pod::uint32>(count);
@@ -118,9 +119,9 @@ class ARequestFor {
 
 typedef ARequestFor<Handler> RequestRecord;
 
-// Behind one xio::Request: the dispatcher and the endpoint it holds on to,
-// the caller's handler, the public object handed to that handler, and the
-// record the dispatcher works on.
+/// Behind one xio::Request: the dispatcher and the endpoint it holds on to,
+/// the caller's handler, the public object handed to that handler, and the
+/// record the dispatcher works on.
 class Request {
  public:
   Request(const util::AHandleTo<ADispatcher>& runner, AHandler* target, const xio::Endpoint& on);
@@ -142,12 +143,12 @@ xio::Request& ARequestFor<H>::origin() {
   return *owner->origin;
 }
 
-// A dispatcher as Dispatcher sees it.
+/// A dispatcher as Dispatcher sees it.
 class ADispatcher {
  public:
-  // Sync builds the synchronous dispatcher, Async the asynchronous one with
-  // depth as the kernel queue depth. Any other type throws
-  // InvalidArgumentException "the mux spec does not specify a valid type".
+  /// Sync builds the synchronous dispatcher, Async the asynchronous one with
+  /// depth as the kernel queue depth. Any other type throws
+  /// InvalidArgumentException "the mux spec does not specify a valid type".
   static ADispatcher* createWith(const mux::Spec& spec, int depth);
 
   virtual ~ADispatcher();
@@ -158,16 +159,16 @@ class ADispatcher {
   virtual void wait() = 0;
   virtual void waitFor(unsigned long long milliseconds) = 0;
   virtual void interrupt() = 0;
-  // False when the request was refused (its handler has been told).
+  /// False when the request was refused (its handler has been told).
   virtual bool queue(RequestRecord& request) = 0;
-  // A request of this dispatcher (self is the handle that holds it).
+  /// A request of this dispatcher (self is the handle that holds it).
   virtual impl::Request* newRequestFor(AHandler* handler, const util::AHandleTo<ADispatcher>& self,
                                        const xio::Endpoint& endpoint) const = 0;
 };
 
-// ADispatcher over a concrete dispatcher D, which provides the same
-// operations and prepare(), which fills a new request's contexts with its
-// functions.
+/// ADispatcher over a concrete dispatcher D, which provides the same
+/// operations and prepare(), which fills a new request's contexts with its
+/// functions.
 template <class D>
 class ADispatcherUsing : public ADispatcher {
  public:
@@ -189,7 +190,7 @@ class ADispatcherUsing : public ADispatcher {
     return request;
   }
 
-  // The dispatcher a request belongs to.
+  /// The dispatcher a request belongs to.
   static D& of(RequestRecord& request) { return static_cast<ADispatcherUsing*>(request.dispatcher)->dispatcher_; }
 
  private:
