@@ -16,9 +16,11 @@ struct ToolRun {
   std::string out;
 };
 
-// Runs the tool with arguments (a shell word list); captures stdout and stderr.
-ToolRun run(const std::string& arguments) {
-  const std::string command = std::string(QUOREL_TOOL_PATH) + " " + arguments + " 2>&1";
+// Runs the tool with arguments (a shell word list); captures stdout and, unless
+// told otherwise, stderr (which otherwise goes nowhere).
+ToolRun run(const std::string& arguments, bool withErrors = true) {
+  const std::string command =
+      std::string(QUOREL_TOOL_PATH) + " " + arguments + (withErrors ? " 2>&1" : " 2>/dev/null");
   FILE* pipe = ::popen(command.c_str(), "r");
   ToolRun result{-1, ""};
   if (pipe == nullptr) return result;
@@ -286,6 +288,18 @@ TEST(QuorelTool, JsonForScriptsAndVerboseFailures) {
   EXPECT_EQ(verbose.status, 1);
   EXPECT_EQ(verbose.out.rfind("quorel: quorel::sal::xio::OpenException: where='", 0), 0u) << verbose.out;
   EXPECT_NE(verbose.out.find("@sal/xio/impl/fopen.inl)"), std::string::npos) << verbose.out;
+}
+
+TEST(QuorelTool, FailuresWriteNothingToStandardOutput) {
+  for (const char* args : {"cat /nonexistent/quorel", "read /nonexistent/quorel", "read --bs 1x", "sense zz",
+                           "frobnicate", "--json stat", "run /nonexistent/quorel", "discard /dev/null --offset 0 "
+                           "--length 512 --unmap"}) {
+    const ToolRun r = run(args, false);
+    EXPECT_NE(r.status, 0) << args;
+    EXPECT_EQ(r.out, "") << args;
+  }
+  EXPECT_EQ(run("cat --bs 1G /dev/null").status, 2);  // sizes share one syntax; buffers stop at 64M
+  EXPECT_EQ(run("cat --bs 64M /dev/null").status, 0);
 }
 
 TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {

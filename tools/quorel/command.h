@@ -44,16 +44,6 @@ inline int parseInteger(const std::string& text, const char* what) {
   return static_cast<int>(static_cast<unsigned int>(value));
 }
 
-// A size with an optional K or M suffix (powers of 1024), 1 byte to 64 MiB.
-inline int parseSize(const std::string& text) {
-  if (text.empty()) throw UsageError{"invalid size ''"};
-  const char last = text[text.size() - 1];
-  const int scale = last == 'K' || last == 'k' ? 1024 : last == 'M' || last == 'm' ? 1024 * 1024 : 1;
-  const long long value = parseInteger(scale == 1 ? text : text.substr(0, text.size() - 1), "size");
-  if (value < 1 || value * scale > 64LL * 1024 * 1024) throw UsageError{"invalid size '" + text + "'"};
-  return static_cast<int>(value * scale);
-}
-
 // A byte count or offset with an optional K, M, G or T suffix (powers of
 // 1024), from 0 up to 2^62.
 inline long long parseBytes(const std::string& text, const char* what) {
@@ -73,6 +63,13 @@ inline long long parseBytes(const std::string& text, const char* what) {
     throw UsageError{std::string("invalid ") + what + " '" + text + "'"};
   }
   return value * scale;
+}
+
+// A buffer or request size: parseBytes' syntax, 1 byte to 64 MiB.
+inline int parseSize(const std::string& text) {
+  const long long value = parseBytes(text, "size");
+  if (value < 1 || value > 64LL * 1024 * 1024) throw UsageError{"invalid size '" + text + "'"};
+  return static_cast<int>(value);
 }
 
 // The commands that run requests through dispatchers.
