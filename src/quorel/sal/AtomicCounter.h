@@ -8,6 +8,7 @@
 namespace quorel {
 namespace sal {
 
+/// The counter policy of handles shared across threads: atomic increments and decrements.
 struct AtomicCounter {
   static int increment(int& count) { return atomic::increment(count); }
   static int decrement(int& count) { return atomic::decrement(count); }

@@ -6,6 +6,7 @@
 namespace quorel {
 namespace util {
 
+/// How a handle frees its object: delete.
 template <class T>
 struct ADeallocatorOf {
   /// Destroys and releases the object with delete; does nothing for null.

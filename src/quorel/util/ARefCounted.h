@@ -15,6 +15,7 @@ struct CounterPolicy {
   static int decrement(int& count) { return Counter::decrement(count); }
 };
 
+/// Plain (single-threaded) counting.
 template <>
 struct CounterPolicy<int> {
   static int increment(int& count) { return ++count; }

@@ -10,6 +10,7 @@
 namespace quorel {
 namespace util {
 
+/// Converts a text to the blob's own type and stores it; the failure is kept as a message.
 class StringToBlob {
  public:
   virtual ~StringToBlob();

@@ -63,11 +63,13 @@ class ARunContext {
 };
 
 namespace impl {
+/// Runs the start task in a foreground application (sys::exec::App).
 class AppContext : public ARunContext {
  public:
   using ARunContext::ARunContext;
   int run() override;
 };
+/// Runs the start task in a daemon (sys::exec::Daemon): detaches first.
 class DaemonContext : public ARunContext {
  public:
   using ARunContext::ARunContext;

@@ -14,6 +14,7 @@ namespace sal {
 namespace exec {
 
 namespace impl {
+/// The state behind exec::NamedMutex: the lock file and the in-process mutex.
 class NamedMutex : public sys::exec::NamedMutex {
  public:
   using sys::exec::NamedMutex::NamedMutex;

@@ -46,16 +46,19 @@ struct StdInput {
   explicit StdInput(const xio::Endpoint& with) : endpoint(with) {}
   xio::Endpoint endpoint;
 };
+/// Standard output, as StdInput.
 struct StdOutput {
   StdOutput() = default;
   explicit StdOutput(const xio::Endpoint& with) : endpoint(with) {}
   xio::Endpoint endpoint;
 };
+/// Standard error, as StdInput.
 struct StdError {
   StdError() = default;
   explicit StdError(const xio::Endpoint& with) : endpoint(with) {}
   xio::Endpoint endpoint;
 };
+/// The child's working directory (and a word kept with it, unused).
 struct WorkingDirectory {
   explicit WorkingDirectory(const std::string& directory, int number = 0) : path(directory), word(number) {}
   std::string path;
@@ -113,6 +116,7 @@ class Process {
 }  // namespace i
 
 namespace impl {
+/// The state behind exec::Process: the remembered exit code, under its mutex, and the launch record.
 class Process {
  public:
   Process(const std::string& path, int id) : exitCode(-1), waited(false), name(path), word1(0), word2(0), pid(id) {}

@@ -14,6 +14,7 @@ namespace xio {
 
 namespace impl {
 
+/// The buffer behind xio::SourceStream.
 class SourceStream {
  public:
   SourceStream(const Channel& channel, int size);
@@ -28,6 +29,7 @@ class SourceStream {
   bool endOfFile_;
 };
 
+/// The buffer behind xio::SinkStream.
 class SinkStream {
  public:
   SinkStream(const Channel& channel, int size);

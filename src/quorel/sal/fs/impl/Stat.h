@@ -13,6 +13,7 @@ namespace sal {
 namespace fs {
 namespace impl {
 
+/// The characteristics behind fs::Stat, filled by its query.
 class Stat {
  public:
   enum type { kUndefined = 0, kDirectory = 1, kRegularFile = 2, kDevice = 3, kTapeDevice = 4, kBlockDevice = 5,

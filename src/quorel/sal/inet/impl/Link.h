@@ -14,6 +14,7 @@ namespace sal {
 namespace inet {
 namespace impl {
 
+/// One network interface: its name, index and hardware address.
 class Link {
  public:
   Link(const std::string& name, int index, pod::uint64 address, unsigned int flags)

@@ -18,6 +18,7 @@ namespace impl {
 
 typedef sys::io::BSDSocket Socket;
 
+/// The socket address behind io::AINETAddress, of either family.
 class AINETAddress {
  public:
   AINETAddress(int family, int type, int protocol) : family_(family), type_(type), protocol_(protocol) {}
@@ -87,6 +88,7 @@ class AINETAddressOf : public AINETAddress {
   S address_;
 };
 
+/// An IPv4 socket address.
 class IPv4Address : public AINETAddressOf<sockaddr_in> {
  public:
   IPv4Address(int type, int protocol, const sockaddr_in& address)
@@ -94,6 +96,7 @@ class IPv4Address : public AINETAddressOf<sockaddr_in> {
   int port() const override { return ntohs(address_.sin_port); }
 };
 
+/// An IPv6 socket address.
 class IPv6Address : public AINETAddressOf<sockaddr_in6> {
  public:
   IPv6Address(int type, int protocol, const sockaddr_in6& address)

@@ -14,6 +14,7 @@ namespace sal {
 namespace sys {
 namespace exec {
 
+/// The process's one application object: the start, stop and interrupt tasks; App and Daemon implement run().
 class AApp {
  public:
   /// Registers this object as the process's instance. Throws

@@ -20,6 +20,7 @@ namespace exec {
 class LaunchProperty {
  public:
   enum mode { kInherit = 0, kClose = 1, kReplace = 2 };
+  /// A standard-handle slot: its mode and, for kReplace, the descriptor.
   struct Handle {
     pod::int32 mode;
     pod::int32 descriptor;

@@ -136,6 +136,7 @@ class SocketAddressInfo {
 
   const addrinfo* head() const { return head_; }
 
+  /// Walks the addresses a SocketAddressInfo holds, numeric results first.
   class Iterator {
    public:
     explicit Iterator(const SocketAddressInfo& info) : current_(info.head_) {}

@@ -26,6 +26,7 @@ typedef long long type;  // a signed byte offset
 namespace option {
 enum group { kOpen, kFile, kIgnored, kMux, kUnsupported };
 enum state { kUnspecified = 0, kEnabled = 1, kDisabled = 2, kAppend = 1, kTruncate = 2 };
+/// A tag type: which option group, which option (or word) and which value.
 template <int Group, int Option, int State>
 struct Tag {
   static constexpr int group = Group;
@@ -55,6 +56,7 @@ enum {
   kSync, kDSync, kRSync, kDirect, kCount
 };
 
+/// The two states of one option.
 template <int Option>
 struct Switch {
   typedef option::Tag<option::kFile, Option, option::kEnabled> Enabled;

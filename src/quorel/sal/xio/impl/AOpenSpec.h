@@ -104,6 +104,7 @@ class MemOpenSpec : public AOpenSpec {
   AOpenSpec* clone(i::open::inherit::Enabled) const override;
   std::string asString() const override { return description_; }
 
+  /// The memory's address and length, laid out as a descriptor-sized record.
   struct Record {
     pod::uintptr address;
     pod::uint32 length;
