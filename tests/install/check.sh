@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs the built library into a scratch prefix, builds a small program
-# against it twice (with pkg-config and with find_package(quorel)), then
-# builds the examples against it and runs each.
+# Installs the built library into a scratch prefix, runs the installed tool,
+# builds a small program against it twice (with pkg-config and with
+# find_package(quorel)), then builds the examples against it and runs each.
+# Nothing here sets LD_LIBRARY_PATH: the programs carry their run paths.
 set -euo pipefail
 src=$1 build=$2 toolchain=${3:-}
 work=$(mktemp -d)
@@ -11,19 +12,24 @@ cmake --install "$build" --prefix "$work/prefix" >/dev/null
 libdir=$(dirname "$(find "$work/prefix" -name 'libquorel.so.1' | head -n1)")
 test -L "$libdir/libquorel.so"
 test -f "$work/prefix/include/quorel/quorel.h"
+if [[ -x "$work/prefix/bin/quorel" ]]; then
+  echo "== the installed tool"
+  readelf -d "$work/prefix/bin/quorel" | grep -E 'R(UN)?PATH'
+  "$work/prefix/bin/quorel" version 1.2
+fi
 
 echo "== pkg-config"
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 flags=$(pkg-config --cflags --libs quorel)
 echo "pkg-config quorel: $flags"
-g++ -o "$work/consumer-pc" "$src/tests/install/consumer/main.cpp" $flags
-LD_LIBRARY_PATH="$libdir" "$work/consumer-pc"
+g++ -o "$work/consumer-pc" "$src/tests/install/consumer/main.cpp" $flags -Wl,-rpath,"$libdir"
+"$work/consumer-pc"
 
 echo "== find_package"
 cmake -S "$src/tests/install/consumer" -B "$work/consumer-cmake" \
   ${toolchain:+-DCMAKE_TOOLCHAIN_FILE="$toolchain"} -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 cmake --build "$work/consumer-cmake" >/dev/null
-LD_LIBRARY_PATH="$libdir" "$work/consumer-cmake/consumer"
+"$work/consumer-cmake/consumer"
 
 echo "== examples"
 cmake -S "$src/examples" -B "$work/examples" \
@@ -31,5 +37,5 @@ cmake -S "$src/examples" -B "$work/examples" \
 cmake --build "$work/examples" >/dev/null
 for example in worker_pool echo device_capacity async_reader capture_output application; do
   echo "-- $example"
-  LD_LIBRARY_PATH="$libdir" timeout 60 "$work/examples/$example"
+  timeout 60 "$work/examples/$example"
 done

@@ -155,11 +155,13 @@ TEST(HostInfo, SnapshotAgreesWithTheHost) {
   EXPECT_GT(sal::hostinfo::mem::size(), 0u);
   EXPECT_GE(sal::hostinfo::cpu::count(), 1);
   EXPECT_EQ(sal::hostinfo::os::bits(), static_cast<int>(sizeof(void*) * 8));
+  EXPECT_EQ(sal::hostinfo::os::machine(), names.machine);
   EXPECT_EQ(sal::hostinfo::env::tempDirectory(), "/tmp");
   EXPECT_EQ(sal::hostinfo::env::appStage(), "/var");
   EXPECT_EQ(sal::hostinfo::env::execPath(), "");
   EXPECT_FALSE(sal::hostinfo::env::isInWindowStation());
   EXPECT_EQ(sal::hostinfo::build::os(), "linux26");
+  EXPECT_EQ(sal::hostinfo::build::cpu(), sizeof(void*) == 4 ? "ia32" : "x86_64");
 }
 
 }  // namespace

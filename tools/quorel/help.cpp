@@ -19,9 +19,9 @@ struct Command {
 
 const Command kCommands[] = {
     {"info", "", "the host: system, processor, memory, virtualisation, firmware, build (the default)",
-     "Describes the host as the library sees it: operating system and kernel version, word size, processor "
-     "and online count, memory and page size, whether it runs in a virtual machine, the firmware identity "
-     "read from the DMI table, and the build target."},
+     "Describes the host as the library sees it: operating system, kernel version and the kernel's machine, "
+     "processor and online count, memory and page size, whether it runs in a virtual machine, the firmware "
+     "identity read from the DMI table, and the build target with the library's word size."},
     {"stat", "PATH...", "existence, type, owner access, size and block size; READ CAPACITY for devices",
      "For each PATH: whether it exists, its type, the owner's read and write permission, its size and block "
      "size. For block and character devices also the results of READ CAPACITY (10) and (16) sent to the "

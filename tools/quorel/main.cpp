@@ -296,6 +296,7 @@ int info(const std::vector<std::string>& args) {
     std::cout << json::Object()
                      .add("system", h::os::name())
                      .add("kernel", h::os::version().asString())
+                     .add("machine", h::os::machine())
                      .add("bits", h::os::bits())
                      .add("processor", h::cpu::name())
                      .add("processors", h::cpu::count())
@@ -313,13 +314,14 @@ int info(const std::vector<std::string>& args) {
               << "\n";
     return 0;
   }
-  std::cout << "system     " << h::os::name() << ", kernel " << h::os::version().asString() << ", " << h::os::bits()
-            << "-bit\n"
+  std::cout << "system     " << h::os::name() << ", kernel " << h::os::version().asString() << " ("
+            << h::os::machine() << ")\n"
             << "processor  " << h::cpu::name() << ", " << h::cpu::count() << " online\n"
             << "memory     " << h::mem::size() / (1024 * 1024) << " MiB, pages of " << h::mem::pageSize() << " bytes\n"
             << "virtual    " << (vm ? "yes (" + detail + ")" : std::string("no")) << "\n"
             << "firmware   " << (firmware.empty() ? std::string("(no readable DMI table)") : firmware) << "\n"
-            << "build      " << h::build::os() << " " << h::build::cpu() << " " << h::build::arch() << "\n";
+            << "build      " << h::build::os() << " " << h::build::cpu() << " " << h::build::arch() << ", "
+            << h::os::bits() << "-bit library\n";
   return 0;
 }
 

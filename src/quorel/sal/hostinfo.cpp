@@ -15,6 +15,7 @@ namespace os {
 const std::string& name() { return impl::hostinfo::os::theName; }
 const util::Version& version() { return impl::hostinfo::os::theVersion; }
 int bits() { return static_cast<int>(sizeof(void*) * 8); }
+const std::string& machine() { return impl::hostinfo::os::theMachine; }
 }  // namespace os
 
 namespace cpu {
@@ -64,7 +65,7 @@ bool isInWindowStation() { return false; }
 
 namespace build {
 std::string os() { return "linux26"; }
-std::string cpu() { return "ia32"; }
+std::string cpu() { return sizeof(void*) == 4 ? "ia32" : "x86_64"; }
 std::string arch() { return sizeof(void*) == 4 ? "i386" : "x86_64"; }
 }  // namespace build
 

@@ -20,8 +20,12 @@ const std::string& name();
 /// The kernel release cut at its first character outside "0123456789."
 /// (2.6.32-754.el6 gives 2.6.32).
 const util::Version& version();
-/// The word size of this build: 32 (64 for the native sanitizer build).
+/// The word size of this build of the library: 32 (64 for a native x86_64
+/// build), whatever the kernel's own (see machine()).
 int bits();
+/// The kernel's machine name (uname): "x86_64" for a 64-bit kernel, which
+/// also runs this 32-bit library.
+const std::string& machine();
 }  // namespace os
 
 namespace cpu {
@@ -54,8 +58,8 @@ bool isInWindowStation();          // false on this platform
 
 namespace build {
 std::string os();    // "linux26"
-std::string cpu();   // "ia32"
-std::string arch();  // "i386", or "x86_64" for the native sanitizer build
+std::string cpu();   // "ia32", or "x86_64" for a native x86_64 build
+std::string arch();  // "i386", or "x86_64" for a native x86_64 build
 }  // namespace build
 
 }  // namespace hostinfo

@@ -29,6 +29,7 @@ void processorsFrom(const std::string& list, std::set<int>& processors);
 namespace os {
 extern std::string theName;
 extern util::Version theVersion;
+extern std::string theMachine;  // uname's machine field
 }  // namespace os
 namespace env {
 extern std::string theAppStage;

@@ -104,6 +104,7 @@ std::string theName;
 namespace os {
 std::string theName;
 util::Version theVersion;
+std::string theMachine;
 }  // namespace os
 namespace env {
 std::string theAppStage;
@@ -123,7 +124,10 @@ struct Snapshot {
     cpu::theName = "X86";
     utsname names;
     const bool named = ::uname(&names) == 0;
-    if (named) os::theName = names.sysname;
+    if (named) {
+      os::theName = names.sysname;
+      os::theMachine = names.machine;
+    }
     bool hypervisor = false;
     try {
       parse::cpuInfo(contentOf("/proc/cpuinfo"), cpu::theName, hypervisor);
