@@ -1,7 +1,8 @@
 #!/bin/sh
 # The quorel tool on the test bed's disks: stat with READ CAPACITY, SCSI reads
 # through the synchronous dispatcher, direct asynchronous reads, UNMAP and
-# TRIM, and a refused discard. Run by scripts/testbed with the tool carried in.
+# TRIM, and a refused discard. Run by scripts/testbed with the tool's folder
+# first on the PATH.
 failures=0
 check() {  # DESCRIPTION COMMAND... : runs the command, which must succeed
   description=$1
