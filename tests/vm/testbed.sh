@@ -3,17 +3,7 @@
 # caller's working directory, a /tmp with direct I/O, loopback, kernel modules
 # on demand, loop devices, the disks, the environment passed in. Ends with
 # status 3 when all is well, so the caller also sees the status come back.
-failures=0
-check() {  # DESCRIPTION COMMAND... : runs the command, which must succeed
-  description=$1
-  shift
-  if out=$("$@" 2>&1); then
-    echo "ok    $description"
-  else
-    echo "FAIL  $description: $out"
-    failures=$((failures + 1))
-  fi
-}
+. "$(dirname "$0")/checks.sh"
 check "root" test "$(id -u)" = 0
 check "the caller's working directory" test "$(pwd)" = "$1"
 check "an ext4 /tmp" test "$(stat -f -c %T /tmp)" = ext2/ext3

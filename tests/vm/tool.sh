@@ -3,26 +3,7 @@
 # through the synchronous dispatcher, direct asynchronous reads, UNMAP and
 # TRIM, and a refused discard. Run by scripts/testbed with the tool's folder
 # first on the PATH.
-failures=0
-check() {  # DESCRIPTION COMMAND... : runs the command, which must succeed
-  description=$1
-  shift
-  if out=$("$@" 2>&1); then
-    echo "ok    $description"
-  else
-    echo "FAIL  $description: $out"
-    failures=$((failures + 1))
-  fi
-}
-expect() {  # DESCRIPTION TEXT COMMAND... : the output must hold TEXT
-  description=$1 text=$2
-  shift 2
-  out=$("$@" 2>&1)
-  case "$out" in
-    *"$text"*) echo "ok    $description" ;;
-    *) echo "FAIL  $description: wanted '$text' in: $out"; failures=$((failures + 1)) ;;
-  esac
-}
+. "$(dirname "$0")/checks.sh"
 
 disk=$QUOREL_SCSI_DEBUG
 expect "stat reads the capacity" "RC(10)      67108864 bytes in blocks of 512" quorel stat "$disk"
