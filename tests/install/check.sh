@@ -15,7 +15,7 @@ test -f "$work/prefix/include/quorel/quorel.h"
 if [[ -x "$work/prefix/bin/quorel" ]]; then
   echo "== the installed tool"
   readelf -d "$work/prefix/bin/quorel" | grep -E 'R(UN)?PATH'
-  "$work/prefix/bin/quorel" version 1.2
+  "$work/prefix/bin/quorel" info
 fi
 
 echo "== pkg-config"
