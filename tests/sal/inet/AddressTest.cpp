@@ -37,8 +37,13 @@ TEST(InetAddress, RefusesHostNamesAndUnknownFamilies) {
                       4, EAI_NONAME);
   QUOREL_EXPECT_THROW(Address("1.2.3.4", family::kIPv6), sal::inet::Exception, "::getaddrinfo('1.2.3.4') failed", 4,
                       EAI_ADDRFAMILY);
-  QUOREL_EXPECT_THROW(Address(static_cast<family::code>(3)), InvalidArgumentException, "unrecognized address family",
-                      0, 3);
+  for (int code : {3, -1}) {
+    auto e = QUOREL_EXPECT_THROW(Address("1.2.3.4", static_cast<family::code>(code), 80), InvalidArgumentException,
+                                 "unrecognized address family", 0, code);
+    if (e) {
+      EXPECT_STREQ(e->where(), "quorel::sal::inet::Address::Address(quorel::sal::inet::i::family::code)");
+    }
+  }
   auto e = QUOREL_EXPECT_THROW(Address::adopt(nullptr).asString(), NULLDereferenceException,
                                "this handle does not contain a valid object", 0, 0);
 }

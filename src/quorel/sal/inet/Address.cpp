@@ -11,16 +11,6 @@ namespace inet {
 
 namespace {
 
-impl::Address* zeroOf(i::family::code family) {
-  if (static_cast<unsigned int>(family) > i::family::kIPv6) {
-    QUOREL_THROW(InvalidArgumentException)("unrecognized address family", sal::i::err::domain::kApplication,
-                                           family);
-  }
-  impl::Address* address = new impl::Address;
-  address->storage.any.sa_family = family == i::family::kIPv4 ? AF_INET : AF_INET6;
-  return address;
-}
-
 pod::uint32* wordsOf(impl::Address& a, int& count) {
   if (a.storage.any.sa_family == AF_INET) {
     count = 1;
@@ -34,7 +24,13 @@ pod::uint32* wordsOf(impl::Address& a, int& count) {
 
 Address::Address() : handle_(new impl::Address) {}
 
-Address::Address(i::family::code family) : handle_(zeroOf(family)) {}
+Address::Address(i::family::code family) : handle_(new impl::Address) {
+  if (static_cast<unsigned int>(family) > i::family::kIPv6) {
+    QUOREL_THROW(InvalidArgumentException)("unrecognized address family", sal::i::err::domain::kApplication,
+                                           family);
+  }
+  handle_->storage.any.sa_family = family == i::family::kIPv4 ? AF_INET : AF_INET6;
+}
 
 Address::Address(const std::string& text, i::family::code family, unsigned short port) : Address(family) {
   setPort(port);
