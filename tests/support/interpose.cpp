@@ -38,6 +38,18 @@ QUOREL_INTERPOSE(int, connect, (int fd, const struct sockaddr* address, socklen_
                  false, { errno = error; return -1; })
 QUOREL_INTERPOSE(int, select, (int n, fd_set* r, fd_set* w, fd_set* x, struct timeval* t), (n, r, w, x, t), false,
                  { errno = error; return -1; })
+QUOREL_INTERPOSE(int, listen, (int fd, int backlog), (fd, backlog), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, accept, (int fd, struct sockaddr* address, socklen_t* length), (fd, address, length), false,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(ssize_t, recv, (int fd, void* buffer, size_t size, int flags), (fd, buffer, size, flags), false,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(ssize_t, recvfrom,
+                 (int fd, void* buffer, size_t size, int flags, struct sockaddr* address, socklen_t* length),
+                 (fd, buffer, size, flags, address, length), false, { errno = error; return -1; })
+QUOREL_INTERPOSE(ssize_t, send, (int fd, const void* buffer, size_t size, int flags), (fd, buffer, size, flags), false,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(int, getsockname, (int fd, struct sockaddr* address, socklen_t* length), (fd, address, length), true,
+                 { errno = error; return -1; })
 QUOREL_INTERPOSE(int, gethostname, (char* name, size_t length), (name, length), true,
                  { errno = error; return -1; })
 // The resolver reports failure by returning its EAI_* code.

@@ -58,6 +58,30 @@ TEST(UDPSocket, ReceiveModeSocketsShareAPort) {
   EXPECT_EQ(second.selfAddress().port(), port);
   QUOREL_EXPECT_THROW(UDPSocket(test::loopbackUDPBinding(AF_INET, port), UDPSocket::kNone, false),
                       sal::sys::Exception, "::bind() failed", 2, EADDRINUSE);
+  // Broadcasting needs the send mode. The loopback network's broadcast address
+  // keeps the datagram on this machine even if it were sent.
+  QUOREL_EXPECT_THROW(first.send("x", 1, first.newPeerAddressAt("127.255.255.255", port)), sal::sys::Exception,
+                      "::sendto() failed", 2, EACCES);
+}
+
+TEST(UDPSocket, SenderAddressOfAnotherFamilyIsRefusedBeforeReceiving) {
+  UDPSocket v4(test::loopbackUDPBinding(AF_INET), UDPSocket::kNone, false);
+  UDPSocket v6(test::loopbackUDPBinding(AF_INET6), UDPSocket::kNone, false);
+  ASSERT_EQ(v6.send("hello", 5, v6.newPeerAddressAt("::1", v6.selfAddress().port())), 5);
+  UDPPeerAddress from = v4.newPeerAddress();
+  char buffer[8];
+  auto e = QUOREL_EXPECT_THROW(v6.receive(buffer, sizeof buffer, from, 5000, false), InvalidArgumentException,
+                               "address family AF_INET(2) does not match the socket's family AF_INET6(10)", 0, AF_INET);
+  if (e) {
+    EXPECT_STREQ(e->where(), "int quorel::sal::io::impl::AINETAddressOf<S>::receive(quorel::sal::io::impl::Socket&, "
+                             "void*, unsigned int, int, bool) [with S = sockaddr_in; quorel::sal::io::impl::Socket = "
+                             "quorel::sal::sys::io::BSDSocket]");
+  }
+  EXPECT_TRUE(from.isIPv4());
+  EXPECT_EQ(from.numericalName(), "0.0.0.0");
+  from = v6.newPeerAddress();
+  EXPECT_EQ(v6.receive(buffer, sizeof buffer, from, 5000, false), 5);  // the datagram is still there
+  EXPECT_EQ(from.numericalName(), "::1");
 }
 
 TEST(UDPSocket, InvalidBroadcastModeLeavesNoDescriptor) {

@@ -60,8 +60,9 @@ class TCPServerSocket : public ASocketEndpoint {
   TCPServerSocket(const TCPBindingAddress& address, bool unused);
 
   /// A connection, blocking and close-on-exec whatever this socket's mode;
-  /// peer receives the client's address. Time-out in milliseconds (0 or
-  /// less: wait without limit); throws TimeoutException
+  /// peer receives the client's address (a peer of another family throws
+  /// InvalidArgumentException and leaves the connection queued). Time-out in
+  /// milliseconds (0 or less: wait without limit); throws TimeoutException
   /// "::select() timed-out for ::accept()".
   ATCPIOSocket accept(AINETAddress& peer, int timeout);
   ATCPIOSocket accept(int timeout);

@@ -40,7 +40,9 @@ class UDPSocket : public ASocketEndpoint {
   int send(const void* buffer, unsigned int size, const UDPPeerAddress& peer);
   /// One datagram; time-outs as for TCP.
   int receive(void* buffer, unsigned int size, int timeout, bool returnOnTimeout);
-  /// The same, writing the sender's address into from (of this socket's family).
+  /// The same, writing the sender's address into from, which must be of this
+  /// socket's family: another family throws InvalidArgumentException before
+  /// anything is received.
   int receive(void* buffer, unsigned int size, UDPPeerAddress& from, int timeout, bool returnOnTimeout);
 
   /// An empty address of this socket's family, for receive(..., from, ...).

@@ -3,6 +3,7 @@
 
 #include <quorel/sal/inet/impl/addr.h>
 #include <quorel/sal/io/Exception.h>
+#include <quorel/util/Exception.h>
 #include <quorel/util/Throw.h>
 
 #include <quorel/sal/sys/io/BSDSocket.inl>
@@ -12,6 +13,23 @@ namespace quorel {
 namespace sal {
 namespace io {
 namespace impl {
+
+namespace {
+
+const char* familyName(int family) {
+  return family == AF_INET ? "AF_INET" : family == AF_INET6 ? "AF_INET6" : "UNKNOWN";
+}
+
+// The refusal of an address that would receive the address of a socket of
+// another family: the kernel would write a structure of the socket's family
+// into this address's smaller or differently laid out one.
+std::string mismatchOf(int addressFamily, int socketFamily) {
+  return "address family " + std::string(familyName(addressFamily)) + "(" + std::to_string(addressFamily) +
+         ") does not match the socket's family " + familyName(socketFamily) + "(" + std::to_string(socketFamily) +
+         ")";
+}
+
+}  // namespace
 
 template <class S>
 const std::string& AINETAddressOf<S>::canonicalName() const {
@@ -27,6 +45,10 @@ const std::string& AINETAddressOf<S>::numericalName() const {
 
 template <class S>
 void AINETAddressOf<S>::selfAddressOf(const Socket& socket) {
+  if (socket.family() != family_) {
+    QUOREL_THROW(InvalidArgumentException)(mismatchOf(family_, socket.family()), sal::i::err::domain::kApplication,
+                                           family_);
+  }
   resetNames();
   sys::io::socket::length length = sizeof(S);
   socket.selfAddress(any(), length);
@@ -34,6 +56,10 @@ void AINETAddressOf<S>::selfAddressOf(const Socket& socket) {
 
 template <class S>
 void AINETAddressOf<S>::peerAddressOf(const Socket& socket) {
+  if (socket.family() != family_) {
+    QUOREL_THROW(InvalidArgumentException)(mismatchOf(family_, socket.family()), sal::i::err::domain::kApplication,
+                                           family_);
+  }
   resetNames();
   sys::io::socket::length length = sizeof(S);
   socket.peerAddress(any(), length);
@@ -46,6 +72,10 @@ void AINETAddressOf<S>::bind(Socket& socket) const {
 
 template <class S>
 sys::io::socket::descriptor AINETAddressOf<S>::accept(Socket& socket, int timeout) {
+  if (socket.family() != family_) {
+    QUOREL_THROW(InvalidArgumentException)(mismatchOf(family_, socket.family()), sal::i::err::domain::kApplication,
+                                           family_);
+  }
   resetNames();
   sys::io::socket::length length = sizeof(S);
   return socket.accept(any(), length, timeout);
@@ -68,6 +98,10 @@ int AINETAddressOf<S>::send(Socket& socket, const void* buffer, unsigned int siz
 
 template <class S>
 int AINETAddressOf<S>::receive(Socket& socket, void* buffer, unsigned int size, int timeout, bool returnOnTimeout) {
+  if (socket.family() != family_) {
+    QUOREL_THROW(InvalidArgumentException)(mismatchOf(family_, socket.family()), sal::i::err::domain::kApplication,
+                                           family_);
+  }
   resetNames();
   sys::io::socket::length length = sizeof(S);
   return static_cast<int>(socket.receive(buffer, size, any(), length, timeout, returnOnTimeout));
@@ -105,7 +139,8 @@ AINETAddress* newAddressFrom(const addrinfo& result) {
 namespace {
 
 AINETAddress* firstOf(const char* host, const char* service, int family, transport t, bool passive) {
-  const sys::io::SocketAddressInfo info(host, service, family, socketTypeFrom(t), protocolFrom(t), passive);
+  const int type = socketTypeFrom(t);  // first, so that a bad transport is always reported from here
+  const sys::io::SocketAddressInfo info(host, service, family, type, protocolFrom(t), passive);
   return info.head() != nullptr ? newAddressFrom(*info.head()) : nullptr;
 }
 

@@ -29,7 +29,11 @@ class AINETAddress {
   virtual const std::string& numericalName() const = 0;
   /// Host byte order.
   virtual int port() const = 0;
-  /// Refill the address from the socket's own or its peer's address.
+  /// Refill the address from the socket's own or its peer's address. These,
+  /// accept and receive write an address of the socket's family into this
+  /// object, so a socket of another family is refused before the call with
+  /// InvalidArgumentException "address family AF_INET(2) does not match the
+  /// socket's family AF_INET6(10)" (code this address's family).
   virtual void selfAddressOf(const Socket& socket) = 0;
   virtual void peerAddressOf(const Socket& socket) = 0;
   virtual void bind(Socket& socket) const = 0;

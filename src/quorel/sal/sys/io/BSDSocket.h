@@ -112,8 +112,17 @@ class BSDSocket {
   /// The wait of every timed operation: one select() with the descriptor in
   /// the chosen sets; returns select()'s result and leaves errno as it set it.
   int waitFor(int timeout, bool read, bool write, bool except, bool& inWrite, bool& inExcept) const;
-  /// Steps after a connect in progress: wait, restore, check SO_ERROR.
-  void finishConnect(int timeout, bool restoreBlocking);
+  /// How the wait for a connect in progress ended, with the message and code
+  /// that the connecting operation throws for it. Failures are returned, not
+  /// thrown, so that every exception names the operation that waited.
+  struct ConnectWait {
+    enum Outcome { kConnected, kTimedOut, kSelectFailed, kSOErrorUnreadable, kFailed } outcome;
+    int error;  // errno of the failed call, or the pending SO_ERROR
+    const char* why() const;
+  };
+  /// Steps after a connect in progress: one select() on the write and
+  /// exception sets, the mode restored when asked, then SO_ERROR.
+  ConnectWait awaitConnection(int timeout, bool restoreBlocking);
 
   socket::descriptor descriptor_;
   int family_;

@@ -214,26 +214,29 @@ int BSDSocket::waitFor(int timeout, bool read, bool write, bool except, bool& in
   return ready;
 }
 
-void BSDSocket::finishConnect(int timeout, bool restoreBlocking) {
+const char* BSDSocket::ConnectWait::why() const {
+  static const char* const kWhy[] = {"", "::select() timed-out for ::connect()", "::select() failed",
+                                     "::getsockopt(SOL_ERROR) failed", "non-blocking ::connect() failed"};
+  return kWhy[outcome];
+}
+
+BSDSocket::ConnectWait BSDSocket::awaitConnection(int timeout, bool restoreBlocking) {
   bool inWrite = false, inExcept = false;
   const int ready = waitFor(timeout, false, true, true, inWrite, inExcept);
   const int error = errno;
   if (restoreBlocking) beBlocking();
-  if (ready == 0) {
-    QUOREL_THROW(sal::io::TimeoutException)("::select() timed-out for ::connect()", kSystemCall, kTimedOut);
-  }
+  if (ready == 0) return {ConnectWait::kTimedOut, kTimedOut};
   if (ready == 1) {
-    if (!inWrite && !inExcept) return;
+    if (!inWrite && !inExcept) return {ConnectWait::kConnected, 0};
     int pending = 0;
     socklen_t length = sizeof pending;
     if (::getsockopt(descriptor_, SOL_SOCKET, SO_ERROR, &pending, &length) == -1) {
       const int failed = errno;
-      QUOREL_THROW(sys::Exception)("::getsockopt(SOL_ERROR) failed", kSystemCall, failed);
+      return {ConnectWait::kSOErrorUnreadable, failed};
     }
-    if (pending != 0) QUOREL_THROW(sys::Exception)("non-blocking ::connect() failed", kSystemCall, pending);
-    return;
+    return pending != 0 ? ConnectWait{ConnectWait::kFailed, pending} : ConnectWait{ConnectWait::kConnected, 0};
   }
-  if (error != 0) QUOREL_THROW(sys::Exception)("::select() failed", kSystemCall, error);
+  return error != 0 ? ConnectWait{ConnectWait::kSelectFailed, error} : ConnectWait{ConnectWait::kConnected, 0};
 }
 
 void BSDSocket::connect(const sockaddr& address, socket::length length, int timeout) {
@@ -254,7 +257,11 @@ void BSDSocket::connect(const sockaddr& address, socket::length length, int time
   if (!socket::wouldBlock(error)) {
     QUOREL_THROW(sys::Exception)("::connect() failed", kSystemCall, error);  // still non-blocking
   }
-  finishConnect(timeout, !wasNonBlocking);
+  const ConnectWait wait = awaitConnection(timeout, !wasNonBlocking);
+  if (wait.outcome == ConnectWait::kTimedOut) {
+    QUOREL_THROW(sal::io::TimeoutException)(wait.why(), kSystemCall, wait.error);
+  }
+  if (wait.outcome != ConnectWait::kConnected) QUOREL_THROW(sys::Exception)(wait.why(), kSystemCall, wait.error);
 }
 
 void BSDSocket::initiateConnection(const sockaddr& address, socket::length length) {
@@ -277,7 +284,13 @@ void BSDSocket::initiateConnection(const sockaddr& address, socket::length lengt
   QUOREL_THROW(sys::Exception)("non-blocking ::connect() failed", kSystemCall, error);
 }
 
-void BSDSocket::connectionWaitFor(int timeout) { finishConnect(timeout, false); }
+void BSDSocket::connectionWaitFor(int timeout) {
+  const ConnectWait wait = awaitConnection(timeout, false);
+  if (wait.outcome == ConnectWait::kTimedOut) {
+    QUOREL_THROW(sal::io::TimeoutException)(wait.why(), kSystemCall, wait.error);
+  }
+  if (wait.outcome != ConnectWait::kConnected) QUOREL_THROW(sys::Exception)(wait.why(), kSystemCall, wait.error);
+}
 
 socket::descriptor BSDSocket::accept(sockaddr& address, socket::length& length, int timeout) {
   socket::descriptor accepted;
