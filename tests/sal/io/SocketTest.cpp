@@ -343,7 +343,7 @@ TEST(SocketFailures, FailedCallsThrowWithTheirMessages) {
   }
 }
 
-
+// The failure rows of listening, accepting, transfers and address queries.
 TEST(SocketFailures, ListenAcceptTransfersAndAddressQueries) {
   const int descriptors = test::openDescriptorCount();
   {
@@ -400,7 +400,7 @@ TEST(SocketFailures, ListenAcceptTransfersAndAddressQueries) {
   QUOREL_EXPECT_THROW(v4.impl()->selfAddressOf(v6.impl().reference()), InvalidArgumentException, mismatch, 0, AF_INET);
   EXPECT_EQ(v4.numericalName(), "0.0.0.0");
   EXPECT_EQ(v6.accept(5000).peerAddress().port(), client6.selfAddress().port());
-  // Neither the caller's errno nor anything else changes when the mode switches.
+  // Switching the mode keeps the caller's errno.
   errno = EDOM;
   c.accepted.beNonblocking();
   c.accepted.beBlocking();
