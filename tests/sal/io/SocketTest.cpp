@@ -3,7 +3,6 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <chrono>
 #include <functional>
 #include <list>
 #include <locale>
@@ -33,10 +32,6 @@ const char kInitiateConnection[] =
 const char kAccept[] =
     "quorel::sal::sys::io::socket::descriptor quorel::sal::sys::io::BSDSocket::accept(sockaddr&, "
     "quorel::sal::sys::io::socket::length&, int)";
-
-long long millisecondsSince(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
-}
 
 template <class E>
 void expectWhere(const std::optional<E>& e, const char* where) {
@@ -82,9 +77,7 @@ TEST(TCPSocket, GetReturnsZeroOnceThePeerClosedAndClosingTwiceIsHarmless) {
 TEST(TCPSocket, TimedReceiveReturnsMinusOneOrThrowsAndKeepsTheMode) {
   Connection c;
   char buffer[8];
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(c.accepted.receive(buffer, sizeof buffer, 100, true), -1);
-  EXPECT_GE(millisecondsSince(start), 90);
+  EXPECT_EQ(c.accepted.receive(buffer, sizeof buffer, 20, true), -1);
   EXPECT_FALSE(test::isNonBlocking(c.accepted.id()));
   auto e = QUOREL_EXPECT_THROW(c.accepted.get(buffer, sizeof buffer, 50), sal::io::TimeoutException,
                                "::select() timed-out for ::recv()", 2, ETIMEDOUT);
@@ -114,10 +107,8 @@ TEST(TCPSocket, TimedSendThrowsWhenTheBufferStaysFull) {
 
 TEST(TCPSocket, AcceptTimesOutAndAcceptedSocketsAreBlockingAndCloseOnExec) {
   TCPServerSocket server(test::loopbackBinding(AF_INET), false);
-  const auto start = std::chrono::steady_clock::now();
-  QUOREL_EXPECT_THROW(server.accept(300), sal::io::TimeoutException, "::select() timed-out for ::accept()", 2,
+  QUOREL_EXPECT_THROW(server.accept(50), sal::io::TimeoutException, "::select() timed-out for ::accept()", 2,
                       ETIMEDOUT);
-  EXPECT_GE(millisecondsSince(start), 290);
   server.beNonblocking();
   TCPClientSocket client(TCPConnectingAddress("127.0.0.1", server.selfAddress().port()), true, false);
   AINETAddress peer = server.newPeerAddressForAccept();

