@@ -5,6 +5,7 @@
 #include <ostream>
 #include <sstream>
 #include <typeinfo>
+#include <utility>
 
 #include <quorel/sal/err.h>
 #include <quorel/sal/xio/scsi/sense.h>
@@ -34,11 +35,15 @@ Exception::Exception(const char* where, const std::string& why, sal::i::err::dom
       auxData_(auxData) {}
 
 Exception::Exception(const Exception& other) = default;
+Exception::Exception(Exception&& other) noexcept = default;
 
 Exception& Exception::operator=(const Exception& other) {
   if (this != &other) {
+    // Copied before the destruction: other may live inside something that
+    // the destruction frees, and a copy that fails must leave the target whole.
+    Exception copy(other);
     this->~Exception();
-    new (this) Exception(other);
+    new (this) Exception(std::move(copy));
   }
   return *this;
 }
