@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <locale>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -113,6 +114,21 @@ TEST(ExceptionFormat, SCSIDomainAppendsSenseRenderings) {
   EXPECT_NE(s.find("' senseData='70000500 00000000 00000000 24000000 0000'"), std::string::npos) << s;
   // Empty sense data still renders both parts.
   EXPECT_NE(make(5, 2).asString().find("senseData=''"), std::string::npos);
+}
+
+// Groups of three digits separated by commas.
+struct Thousands : std::numpunct<char> {
+  char do_thousands_sep() const override { return ','; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST(ExceptionFormat, NumbersIgnoreTheGlobalLocale) {
+  const quorel::Exception e("f()", "failed", sal::i::err::domain::kApplication, 12345, "f.inl", 1234, "");
+  const std::locale previous = std::locale::global(std::locale(std::locale::classic(), new Thousands));
+  const std::string text = e.asString();
+  std::locale::global(previous);
+  EXPECT_EQ(text, "quorel::Exception: where='f() (1234@f.inl)' why='failed' domain='application-specific error (0)' "
+                  "code='12345 (0x3039)'");
 }
 
 TEST(ExceptionStream, WritesAsString) {

@@ -1,6 +1,7 @@
 // quorel::Exception and the exception classes of the top and utility namespaces.
 #include <quorel/util/Exception.h>
 
+#include <locale>
 #include <new>
 #include <ostream>
 #include <sstream>
@@ -52,6 +53,7 @@ Exception::~Exception() = default;
 
 std::string Exception::asString() const {
   std::ostringstream out;
+  out.imbue(std::locale::classic());  // a fixed format: no digit grouping from the global locale
   out << util::impl::demangledNameOf(typeid(*this)) << ": where='" << where_ << " (" << line_ << "@" << file_
       << ")' why='" << why_ << "' domain='" << sal::err::asString(domain_) << " ("
       << static_cast<int>(domain_) << ")' code='" << code_ << " (0x" << std::hex
