@@ -102,6 +102,28 @@ extern "C" int open64(const char* path, int flags, ...) {
   return reinterpret_cast<int (*)(const char*, int, ...)>(point_open64.real())(path, flags, mode);
 }
 
+// open is variadic too. A stand-in has the type int (*)(const char*, int, int).
+namespace {
+::quorel::test::fault::Point point_open("open");
+::quorel::test::fault::Registration registration_open(point_open);
+}  // namespace
+extern "C" int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const int mode = va_arg(arguments, int);
+  va_end(arguments);
+  void* caller = __builtin_return_address(0);
+  if (void* standIn = point_open.standIn(caller)) {
+    return reinterpret_cast<int (*)(const char*, int, int)>(standIn)(path, flags, mode);
+  }
+  int error = 0;
+  if (point_open.fires(caller, error)) {
+    errno = error;
+    return -1;
+  }
+  return reinterpret_cast<int (*)(const char*, int, ...)>(point_open.real())(path, flags, mode);
+}
+
 // ioctl is variadic: its one argument is a pointer here. A stand-in has the
 // type int (*)(int, unsigned long, void*).
 namespace {
