@@ -177,14 +177,17 @@ class Chained : public quorel::Exception {
 
 TEST(ExceptionAssign, FromAnExceptionThatTheTargetOwns) {
   const std::string why = "a cause whose message is longer than a short string";
-  std::unique_ptr<quorel::Exception> target(new Chained(make(0, 1), quorel::Exception(
-      "cause()", why, sal::i::err::domain::kSystemCall, 9, "c.inl", 3, "aux")));
-  *target = *static_cast<Chained&>(*target).cause;  // destroying the target frees the source
+  // In storage of its own: after the assignment a smaller quorel::Exception lives there.
+  alignas(Chained) unsigned char storage[sizeof(Chained)];
+  quorel::Exception* target = new (storage) Chained(make(0, 1), quorel::Exception(
+      "cause()", why, sal::i::err::domain::kSystemCall, 9, "c.inl", 3, "aux"));
+  *target = *static_cast<Chained*>(target)->cause;  // destroying the target frees the source
   EXPECT_STREQ(target->where(), "cause()");
   EXPECT_EQ(target->why(), why);
   EXPECT_EQ(target->code(), 9);
   EXPECT_EQ(target->auxData(), "aux");
   EXPECT_TRUE(typeid(*target) == typeid(quorel::Exception));
+  target->~Exception();
 }
 
 TEST(ExceptionAssign, ACopyThatCannotAllocateLeavesTheTargetAsItWas) {
