@@ -222,3 +222,10 @@ QUOREL_INTERPOSE_PTHREAD(pthread_create,
                          true)
 
 #endif  // __SANITIZE_THREAD__
+
+// The scheduling attributes of a new thread, whose failures the library
+// ignores. ThreadSanitizer does not call these while it starts.
+QUOREL_INTERPOSE(int, pthread_attr_setinheritsched, (pthread_attr_t* a, int i), (a, i), true, { return error; })
+QUOREL_INTERPOSE(int, pthread_attr_setschedpolicy, (pthread_attr_t* a, int p), (a, p), true, { return error; })
+QUOREL_INTERPOSE(int, pthread_attr_setschedparam, (pthread_attr_t* a, const struct sched_param* p), (a, p), true,
+                 { return error; })
