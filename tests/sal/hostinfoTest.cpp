@@ -1,7 +1,11 @@
 // Host information: the parsers on real-world samples, the DMI walker on
 // good and broken tables, and the snapshot against the host.
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/utsname.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include <algorithm>
 #include <map>
@@ -13,6 +17,8 @@
 
 #include <quorel/quorel.h>
 #include <quorel/sal/impl/hostinfo.h>
+
+#include "support/fault.h"
 
 namespace quorel {
 namespace {
@@ -144,6 +150,86 @@ TEST(DMIWalker, EntryPointsOfSMBIOS3AndSMBIOS2) {
   EXPECT_EQ(address, 0xE8000u);
   EXPECT_EQ(length, 0x140u);
   EXPECT_FALSE(dmi::tableFrom(area.data(), 0x40, address, length));
+}
+
+// A scratch directory standing in for the firmware's files.
+class FirmwareFiles {
+ public:
+  FirmwareFiles() : root_("/tmp/quorel-dmi-" + std::to_string(::getpid())) {
+    for (const std::string& d : {root_, root_ + "/entries", root_ + "/entries/1-0", root_ + "/entries/2-0"}) {
+      ::mkdir(d.c_str(), 0700);
+    }
+  }
+  ~FirmwareFiles() {
+    for (const char* f : {"/entries/1-0/raw", "/entries/2-0/raw", "/DMI", "/mem"}) ::unlink((root_ + f).c_str());
+    for (const char* d : {"/entries/1-0", "/entries/2-0", "/entries", ""}) ::rmdir((root_ + d).c_str());
+  }
+  std::string path(const std::string& name) const { return root_ + "/" + name; }
+  // Writes bytes at an offset of the file (a sparse file below it).
+  void write(const std::string& name, const std::vector<unsigned char>& bytes, off_t at = 0) const {
+    const int fd = ::open(path(name).c_str(), O_WRONLY | O_CREAT, 0600);
+    EXPECT_EQ(::pwrite(fd, bytes.data(), bytes.size(), at), static_cast<ssize_t>(bytes.size()));
+    ::close(fd);
+  }
+  void empty(const std::string& name) const { ::truncate(path(name).c_str(), 0); }
+
+ private:
+  std::string root_;
+};
+
+TEST(DMIWalker, TheHostIdentityComesFromTheFirstSourceWithBytes) {
+  const FirmwareFiles scratch;
+  const std::string entries = scratch.path("entries/");
+  const auto identity = [&] { return dmi::identityOfHost(entries, scratch.path("DMI"), scratch.path("mem")); };
+  EXPECT_EQ(identity(), "");  // nothing anywhere
+  // A memory device: an SMBIOS 3 entry point in the firmware area, the table at 1 MiB.
+  const auto fromMemory = structure(1, {1, 0, 0, 0}, {"From memory"});
+  std::vector<unsigned char> entry{'_', 'S', 'M', '3', '_', 0, 24, 3, 2, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0x10, 0, 0, 0, 0, 0};
+  entry[12] = static_cast<unsigned char>(fromMemory.size());
+  scratch.write("mem", entry, 0xF0000 + 0x20);
+  scratch.write("mem", fromMemory, 0x100000);
+  EXPECT_EQ(identity(), "From memory");
+  scratch.write("DMI", {});
+  EXPECT_EQ(identity(), "From memory");  // an empty table file counts as none
+  scratch.write("DMI", structure(1, {1, 0, 0, 0}, {"From the table"}));
+  EXPECT_EQ(identity(), "From the table");
+  scratch.write("entries/2-0/raw", structure(2, {1, 0, 0, 0}, {"Board"}));
+  EXPECT_EQ(identity(), "Board");  // either entry alone is enough
+  scratch.write("entries/1-0/raw", structure(1, {1, 2, 0, 0}, {"Maker", "Product"}));
+  EXPECT_EQ(identity(), "Maker / Product / Board");
+  scratch.empty("entries/2-0/raw");
+  EXPECT_EQ(identity(), "Maker / Product");
+}
+
+// Serves the system entry from a scratch file; every other firmware file is missing.
+std::string systemEntry;
+int opens = 0;
+int firmwareOpen(const char* path, int flags, int mode) {
+  ++opens;
+  if (!systemEntry.empty() && std::string(path) == "/sys/firmware/dmi/entries/1-0/raw") {
+    return ::open(systemEntry.c_str(), flags, mode);
+  }
+  errno = ENOENT;
+  return -1;
+}
+
+TEST(HostInfo, TheFirmwareIdentityIsLookedForUntilFoundAndThenKept) {
+  QUOREL_REQUIRE_FAULT_POINT("open");
+  const FirmwareFiles scratch;
+  test::fault::StandIn firmware("open", reinterpret_cast<void*>(&firmwareOpen));
+  systemEntry.clear();
+  opens = 0;
+  if (!sal::hostinfo::env::id().empty() && opens == 0) GTEST_SKIP() << "this process already keeps an identity";
+  EXPECT_GT(opens, 0);
+  const int first = opens;
+  EXPECT_EQ(sal::hostinfo::env::id(), "");  // nothing kept: looked for again
+  EXPECT_EQ(opens, 2 * first);
+  scratch.write("entries/1-0/raw", structure(1, {1, 2, 0, 0}, {"Maker", "Product"}));
+  systemEntry = scratch.path("entries/1-0/raw");
+  EXPECT_EQ(sal::hostinfo::env::id(), "Maker / Product");
+  opens = 0;
+  EXPECT_EQ(sal::hostinfo::env::id(), "Maker / Product");
+  EXPECT_EQ(opens, 0);  // kept
 }
 
 TEST(HostInfo, SnapshotAgreesWithTheHost) {

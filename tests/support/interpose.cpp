@@ -114,6 +114,28 @@ extern "C" int open64(const char* path, int flags, ...) {
   return reinterpret_cast<int (*)(const char*, int, ...)>(point_open64.real())(path, flags, mode);
 }
 
+// open is variadic too. A stand-in has the type int (*)(const char*, int, int).
+namespace {
+::quorel::test::fault::Point point_open("open");
+::quorel::test::fault::Registration registration_open(point_open);
+}  // namespace
+extern "C" int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const int mode = va_arg(arguments, int);
+  va_end(arguments);
+  void* caller = __builtin_return_address(0);
+  if (void* standIn = point_open.standIn(caller)) {
+    return reinterpret_cast<int (*)(const char*, int, int)>(standIn)(path, flags, mode);
+  }
+  int error = 0;
+  if (point_open.fires(caller, error)) {
+    errno = error;
+    return -1;
+  }
+  return reinterpret_cast<int (*)(const char*, int, ...)>(point_open.real())(path, flags, mode);
+}
+
 // ioctl is variadic: its one argument is a pointer here. A stand-in has the
 // type int (*)(int, unsigned long, void*).
 namespace {
@@ -212,3 +234,10 @@ QUOREL_INTERPOSE_PTHREAD(pthread_create,
                          true)
 
 #endif  // __SANITIZE_THREAD__
+
+// The scheduling attributes of a new thread, whose failures the library
+// ignores. ThreadSanitizer does not call these while it starts.
+QUOREL_INTERPOSE(int, pthread_attr_setinheritsched, (pthread_attr_t* a, int i), (a, i), true, { return error; })
+QUOREL_INTERPOSE(int, pthread_attr_setschedpolicy, (pthread_attr_t* a, int p), (a, p), true, { return error; })
+QUOREL_INTERPOSE(int, pthread_attr_setschedparam, (pthread_attr_t* a, const struct sched_param* p), (a, p), true,
+                 { return error; })

@@ -96,6 +96,27 @@ TEST_F(AHandleTo, AssignmentReleasesThePreviousObject) {
   EXPECT_EQ(b.useCount(), 1);
 }
 
+// A list cell: a value and a handle to the next cell.
+struct Cell;
+typedef util::AHandleTo<Cell, sal::AtomicCounter> CellHandle;
+struct Cell {
+  Cell(int v, const CellHandle& n) : value(v), next(n) {}
+  Tracked value;
+  CellHandle next;
+};
+
+TEST_F(AHandleTo, AssignmentFromAHandleInsideTheReleasedObject) {
+  CellHandle list(new Cell(1, CellHandle(new Cell(2, CellHandle(nullptr)))));
+  list = list->next;  // frees the first cell, which holds the source
+  EXPECT_EQ(Tracked::destroyed, 1);
+  ASSERT_TRUE(list);
+  EXPECT_EQ(list->value.value, 2);
+  EXPECT_EQ(list.useCount(), 1);
+  list = list->next;  // to the empty end
+  EXPECT_FALSE(list);
+  EXPECT_EQ(Tracked::destroyed, 2);
+}
+
 TEST_F(AHandleTo, IntCounterPolicyCountsOnOneThread) {
   {
     LocalHandle a(new Tracked(3));

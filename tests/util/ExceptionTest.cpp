@@ -1,10 +1,16 @@
 // Exception formatting, copying, slicing assignment and the class tree.
 #include <dlfcn.h>
 #include <netdb.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
+#include <locale>
 #include <memory>
+#include <new>
 #include <sstream>
 #include <type_traits>
 
@@ -110,6 +116,21 @@ TEST(ExceptionFormat, SCSIDomainAppendsSenseRenderings) {
   EXPECT_NE(make(5, 2).asString().find("senseData=''"), std::string::npos);
 }
 
+// Groups of three digits separated by commas.
+struct Thousands : std::numpunct<char> {
+  char do_thousands_sep() const override { return ','; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST(ExceptionFormat, NumbersIgnoreTheGlobalLocale) {
+  const quorel::Exception e("f()", "failed", sal::i::err::domain::kApplication, 12345, "f.inl", 1234, "");
+  const std::locale previous = std::locale::global(std::locale(std::locale::classic(), new Thousands));
+  const std::string text = e.asString();
+  std::locale::global(previous);
+  EXPECT_EQ(text, "quorel::Exception: where='f() (1234@f.inl)' why='failed' domain='application-specific error (0)' "
+                  "code='12345 (0x3039)'");
+}
+
 TEST(ExceptionStream, WritesAsString) {
   const quorel::Exception e = make(2, 1);
   std::ostringstream out;
@@ -144,6 +165,60 @@ TEST(ExceptionAssign, SlicesTargetToRootClass) {
       << target->asString();
   EXPECT_TRUE(typeid(*target) == typeid(quorel::Exception));
   EXPECT_EQ(target->code(), 5);
+}
+
+// A caller's exception that owns its cause (the library's classes add no field).
+class Chained : public quorel::Exception {
+ public:
+  Chained(const quorel::Exception& outer, const quorel::Exception& inner)
+      : quorel::Exception(outer), cause(new quorel::Exception(inner)) {}
+  std::unique_ptr<quorel::Exception> cause;
+};
+
+TEST(ExceptionAssign, FromAnExceptionThatTheTargetOwns) {
+  const std::string why = "a cause whose message is longer than a short string";
+  // In storage of its own: after the assignment a smaller quorel::Exception lives there.
+  alignas(Chained) unsigned char storage[sizeof(Chained)];
+  quorel::Exception* target = new (storage) Chained(make(0, 1), quorel::Exception(
+      "cause()", why, sal::i::err::domain::kSystemCall, 9, "c.inl", 3, "aux"));
+  *target = *static_cast<Chained*>(target)->cause;  // destroying the target frees the source
+  EXPECT_STREQ(target->where(), "cause()");
+  EXPECT_EQ(target->why(), why);
+  EXPECT_EQ(target->code(), 9);
+  EXPECT_EQ(target->auxData(), "aux");
+  EXPECT_TRUE(typeid(*target) == typeid(quorel::Exception));
+  target->~Exception();
+}
+
+TEST(ExceptionAssign, ACopyThatCannotAllocateLeavesTheTargetAsItWas) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizer runtimes map more address space than a limit set here allows";
+#else
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    const quorel::Exception source("s()", std::string(64 << 20, 'x'), sal::i::err::domain::kApplication, 0, "s.inl",
+                                   1, "");
+    sal::io::Exception target("t()", "target", sal::i::err::domain::kSystemCall, 4, "t.inl", 2, "");
+    // Room for 16 MiB more than is mapped now: the 64 MiB message cannot be copied.
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlim_t room = static_cast<rlim_t>(pages) * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + (16 << 20);
+    const rlimit limit{room, room};
+    ::setrlimit(RLIMIT_AS, &limit);
+    try {
+      static_cast<quorel::Exception&>(target) = source;
+    } catch (const std::bad_alloc&) {
+      const bool whole = target.asString().rfind("quorel::sal::io::Exception: where='t() (2@t.inl)' why='target'", 0) == 0;
+      ::_exit(whole ? 0 : 1);
+    }
+    ::_exit(2);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+  ASSERT_TRUE(WIFEXITED(status)) << "the child ended by signal " << WTERMSIG(status);
+  EXPECT_NE(WEXITSTATUS(status), 2) << "the copy did not fail under the limit";
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "the target was destroyed by the failed assignment";
+#endif
 }
 
 TEST(ExceptionAssign, SelfAssignmentKeepsObject) {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <list>
+#include <locale>
 #include <map>
 
 #include <gtest/gtest.h>
@@ -129,6 +130,21 @@ TEST(UUID, WireFormRoundTripsAndReadsTimeFieldsBigEndian) {
   EXPECT_EQ(id.asString(), "01020304-0506-0708-090a-0b0c0d0e0f10");
   const unsigned char zeros[16] = {};
   EXPECT_EQ(UUID(zeros).asString(), "00000000-0000-0000-0000-000000000000");
+}
+
+// Groups of three digits separated by commas.
+struct Thousands : std::numpunct<char> {
+  char do_thousands_sep() const override { return ','; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+TEST(UUID, TextIgnoresTheGlobalLocale) {
+  unsigned char bytes[16];
+  for (int i = 0; i < 16; ++i) bytes[i] = static_cast<unsigned char>(0xf0 + i);
+  const std::locale previous = std::locale::global(std::locale(std::locale::classic(), new Thousands));
+  const std::string text = UUID(bytes).asString();
+  std::locale::global(previous);
+  EXPECT_EQ(text, "f0f1f2f3-f4f5-f6f7-f8f9-fafbfcfdfeff");
 }
 
 TEST(UUID, NewIdentifiersAreVersionOneAndDistinct) {

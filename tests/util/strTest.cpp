@@ -60,10 +60,12 @@ struct Thousands : std::numpunct<char> {
 TEST(StrFromAndTo, FollowTheGlobalLocaleLikeTheStream) {
   const std::locale previous = std::locale::global(std::locale(std::locale::classic(), new Thousands));
   const std::string text = str::from(1234567);
+  const std::string version = util::Version("1.2.3.12345").asString();  // made with str::from
   unsigned int u = 0;
   str::to(u, "1,234");
   std::locale::global(previous);
   EXPECT_EQ(text, "1,234,567");
+  EXPECT_EQ(version, "1.2.3.12,345");
   EXPECT_EQ(u, 1234u);
   EXPECT_EQ(str::from(1234567), "1234567");
 }

@@ -21,6 +21,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <iostream>
+#include <locale>
 #include <string>
 #include <vector>
 
@@ -378,6 +379,9 @@ int dispatch(const std::string& command, const std::vector<std::string>& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  std::locale::global(std::locale::classic());  // fixed formats: no digit grouping in any stream
+  std::cout.imbue(std::locale::classic());
+  std::cerr.imbue(std::locale::classic());
   std::vector<std::string> all(argv + 1, argv + argc);
   // Options before the command.
   size_t first = 0;

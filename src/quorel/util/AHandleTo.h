@@ -35,7 +35,8 @@ class AHandleTo {
   /// Shares other's holder (copies share the object).
   AHandleTo(const AHandleTo& other);
   /// Releases the current holder and shares other's; nothing happens when both
-  /// already share one holder.
+  /// already share one holder. other may live inside the object released
+  /// (h = h->next): it is attached before the release.
   AHandleTo& operator=(const AHandleTo& other);
   ~AHandleTo();
 

@@ -25,9 +25,12 @@ template <class T, class Counter, class Deallocator>
 AHandleTo<T, Counter, Deallocator>& AHandleTo<T, Counter, Deallocator>::operator=(
     const AHandleTo& other) {
   if (this == &other || holder_ == other.holder_) return *this;
+  // Attach first: other may live inside the object that release() frees
+  // (h = h->next), so it is not read after that.
+  Holder* const incoming = other.holder_;
+  if (incoming != nullptr) incoming->attach();
   release();
-  if (other.holder_ != nullptr) other.holder_->attach();
-  holder_ = other.holder_;
+  holder_ = incoming;
   return *this;
 }
 

@@ -1,10 +1,12 @@
 // quorel::Exception and the exception classes of the top and utility namespaces.
 #include <quorel/util/Exception.h>
 
+#include <locale>
 #include <new>
 #include <ostream>
 #include <sstream>
 #include <typeinfo>
+#include <utility>
 
 #include <quorel/sal/err.h>
 #include <quorel/sal/xio/scsi/sense.h>
@@ -34,11 +36,15 @@ Exception::Exception(const char* where, const std::string& why, sal::i::err::dom
       auxData_(auxData) {}
 
 Exception::Exception(const Exception& other) = default;
+Exception::Exception(Exception&& other) noexcept = default;
 
 Exception& Exception::operator=(const Exception& other) {
   if (this != &other) {
+    // Copied before the destruction: other may live inside something that
+    // the destruction frees, and a copy that fails must leave the target whole.
+    Exception copy(other);
     this->~Exception();
-    new (this) Exception(other);
+    new (this) Exception(std::move(copy));
   }
   return *this;
 }
@@ -47,6 +53,7 @@ Exception::~Exception() = default;
 
 std::string Exception::asString() const {
   std::ostringstream out;
+  out.imbue(std::locale::classic());  // a fixed format: no digit grouping from the global locale
   out << util::impl::demangledNameOf(typeid(*this)) << ": where='" << where_ << " (" << line_ << "@" << file_
       << ")' why='" << why_ << "' domain='" << sal::err::asString(domain_) << " ("
       << static_cast<int>(domain_) << ")' code='" << code_ << " (0x" << std::hex

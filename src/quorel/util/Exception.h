@@ -24,9 +24,13 @@ class Exception : public std::exception {
   Exception(const char* where, const std::string& why, sal::i::err::domain::code domain, int code,
             const char* file, int line, const std::string& auxData);
   Exception(const Exception& other);
+  Exception(Exception&& other) noexcept;
   /// Destroys the target and copy-constructs a quorel::Exception in its place:
   /// after assignment the target's dynamic type is quorel::Exception, whatever
   /// it was before. Callers rely on this slicing. Self-assignment does nothing.
+  /// The source is copied first, so it may live inside something that the
+  /// target owns, and a copy that throws (std::bad_alloc) leaves the target
+  /// as it was.
   Exception& operator=(const Exception& other);
   ~Exception() override;
 

@@ -3,6 +3,7 @@
 // makes process-wide state for good (App::init, daemonising) runs in a
 // child process that reports through a pipe.
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -18,6 +20,7 @@
 
 #include "support/expect.h"
 #include "support/fault.h"
+#include "support/process.h"
 
 namespace quorel {
 namespace {
@@ -127,6 +130,38 @@ TEST(AppFrame, SignalsRunTheStopAndInterruptTasksAndGoBackToTheirDefaults) {
   });
   EXPECT_EQ(run.out, "run=0 starts=1 stops=3 interrupts=2 defaults=yes app=yes self=yes");
   EXPECT_EQ(run.status, -1);  // ended by the SIGTERM
+}
+
+// The threads that ran the stop and interrupt tasks.
+pthread_t stoppedOn, interruptedOn;
+int stopHere() {
+  stoppedOn = ::pthread_self();
+  return ++stops;
+}
+int interruptHere() {
+  interruptedOn = ::pthread_self();
+  return ++interrupts;
+}
+
+TEST(AppFrame, SignalsFromAnotherThreadRunTheTasksOnTheThreadTheyReach) {
+  const ChildRun run = inChild([](int out) {
+    sal::sys::exec::App app(task(start), task(stopHere), task(interruptHere));
+    const pthread_t main = ::pthread_self();
+    pthread_t sender{};
+    std::thread other([&] {
+      sender = ::pthread_self();
+      ::pthread_kill(sender, SIGHUP);  // taken by this thread before the call returns
+      ::pthread_kill(main, SIGTERM);   // taken by the main thread, waiting in join
+    });
+    other.join();
+    test::eventually([] { return stops == 1; });
+    say(out, "stops=" + std::to_string(stops) + " interrupts=" + std::to_string(interrupts) +
+                 (::pthread_equal(stoppedOn, main) ? " stop:main" : " stop:elsewhere") +
+                 (::pthread_equal(interruptedOn, sender) ? " interrupt:sender" : " interrupt:elsewhere"));
+    return 0;
+  });
+  EXPECT_EQ(run.out, "stops=1 interrupts=1 stop:main interrupt:sender");
+  EXPECT_EQ(run.status, 0);
 }
 
 TEST(AppFrame, OneApplicationPerProcess) {

@@ -148,13 +148,18 @@ TEST(Process, StandardHandlesAreInheritedClosedOrReplaced) {
   EXPECT_EQ(drain(pipe), std::string(ours));
   reader.wait();
 
-  // Override descriptors count only for a replaced slot.
+  // Override descriptors count only for a replaced slot: standard input
+  // stays closed and standard error (mode 0) stays the test's.
   xio::Pipe first{xio::open::Spec(), xio::open::Spec()}, second{xio::open::Spec(), xio::open::Spec()};
   LaunchProperty replaced;
   replaced.set(op::StdOutput(first.forWrite())).close(op::StdInput());
-  Process overridden = Process::create("/bin/sh", {"-c", "echo -n to-second; [ -e /proc/$$/fd/0 ] || echo -n ' in-closed'"},
-                                       replaced, true, second.forWrite().id(), true, second.forWrite().id(), false, 0);
-  EXPECT_EQ(drain(second), "to-second in-closed");
+  const unsigned int fd = second.forWrite().id();
+  Process overridden = Process::create(
+      "/bin/sh",
+      {"-c", "echo -n to-second; [ -e /proc/$$/fd/0 ] || echo -n ' in-closed'; "
+             "[ /proc/$$/fd/2 -ef /proc/$$/fd/1 ] || echo -n ' err-inherited'"},
+      replaced, true, fd, true, fd, true, fd);
+  EXPECT_EQ(drain(second), "to-second in-closed err-inherited");
   EXPECT_EQ(drain(first), "");
   EXPECT_EQ(overridden.wait(), 0);
 }

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -69,25 +70,33 @@ TEST(Thread, FinishesAndWakesEveryWaiterHoweverTheTaskEnds) {
       [] () -> int { throw sal::sys::Exception("f()", "failed", sal::i::err::domain::kSystemCall, 5, "f", 1, ""); },
       [] () -> int { Thread::exit(); },
       [] () -> int { throw 42; },
+      [] () -> int { ::pthread_exit(nullptr); },  // unwinds through the thread's frames
   };
   for (size_t i = 0; i < endings.size(); ++i) {
     CVOneShot gate;
     const std::function<int()> ending = endings[i];
-    Thread thread(task([gate, ending]() mutable { gate.wait(); return ending(); }), 0, 0);
-    Thread copy(thread);
-    std::atomic<int> woken{0};
-    std::vector<std::thread> waiters;
-    for (int w = 0; w < 3; ++w) {
-      waiters.emplace_back([copy, &woken]() mutable {
-        copy.wait();
-        ++woken;
-      });
+    std::shared_ptr<int> alive = std::make_shared<int>(0);  // held by the task
+    const std::weak_ptr<int> watch(alive);
+    {
+      Thread thread(task([gate, ending, alive]() mutable { gate.wait(); return ending(); }), 0, 0);
+      alive.reset();
+      Thread copy(thread);
+      std::atomic<int> woken{0};
+      std::vector<std::thread> waiters;
+      for (int w = 0; w < 3; ++w) {
+        waiters.emplace_back([copy, &woken]() mutable {
+          copy.wait();
+          ++woken;
+        });
+      }
+      thread.start();
+      gate.trigger();
+      for (auto& w : waiters) w.join();
+      EXPECT_EQ(woken, 3) << i;
+      EXPECT_TRUE(thread.waitFor(0)) << i;
     }
-    thread.start();
-    gate.trigger();
-    for (auto& w : waiters) w.join();
-    EXPECT_EQ(woken, 3) << i;
-    EXPECT_TRUE(thread.waitFor(0)) << i;
+    // The thread let go of its state and its task when it ended.
+    EXPECT_TRUE(test::eventually([&] { return watch.expired(); })) << i;
   }
   Thread plain(TaskHandle(new sal::exec::FunctionDispatchTask(functionTask)), 0, 0);
   EXPECT_TRUE(plain.start().waitFor(10000));
@@ -179,6 +188,19 @@ TEST(Thread, SetPriorityMovesTheCallingThread) {
   EXPECT_EQ(lowered, SCHED_OTHER);
   if (raised == SCHED_OTHER) GTEST_SKIP() << "real-time scheduling is refused here (setPriority ignores that)";
   EXPECT_EQ(raised, SCHED_RR);
+}
+
+TEST(Thread, FailingSchedulingAttributesAreIgnored) {
+  QUOREL_REQUIRE_FAULT_POINT("pthread_attr_setschedparam");
+  if (!sal::sys::exec::thr::init) GTEST_SKIP() << "no scheduling snapshot: threads get no scheduling attribute";
+  for (const char* call : {"pthread_attr_setinheritsched", "pthread_attr_setschedpolicy", "pthread_attr_setschedparam"}) {
+    SCOPED_TRACE(call);
+    test::fault::Injection fail(call, ENOTSUP);
+    std::atomic<bool> ran{false};
+    EXPECT_TRUE(Thread(task([&] { ran = true; return 0; }), 0, 0).start().waitFor(10000));
+    EXPECT_TRUE(ran);
+    EXPECT_EQ(test::fault::calls(call), 1);
+  }
 }
 
 TEST(Thread, EmptyThreadThrowsTheHandleError) {

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <typeinfo>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -65,6 +67,19 @@ TEST(Stat, UnsupportedQueryAttributesAndFailedCallsThrow) {
   auto e = QUOREL_EXPECT_THROW(directory.is(typeid(std::string)), sal::fs::StatException,
                                util::impl::demangledNameOf(typeid(std::string)) + " is not a supported query attribute",
                                0, 0);
+  // Tags of other families are named as the caller wrote them.
+  namespace x = sal::xio::i;
+  const std::pair<const std::type_info*, const char*> tags[] = {
+      {&typeid(x::fopen::read::Enabled), "fopen::read::Enabled"},
+      {&typeid(x::fopen::posix::user::write::Disabled), "fopen::posix::user::write::Disabled"},
+      {&typeid(x::open::inherit::Disabled), "open::inherit::Disabled"},
+      {&typeid(x::mux::type::Async), "mux::type::Async"},
+      {&typeid(x::mux::scsi::rw16), "mux::scsi::rw16"},
+  };
+  for (const auto& named : tags) {
+    QUOREL_EXPECT_THROW(directory.is(*named.first), sal::fs::StatException,
+                        std::string("quorel::sal::xio::i::") + named.second + " is not a supported query attribute", 0, 0);
+  }
   {
     test::fault::Injection fail("open64", EACCES);
     QUOREL_EXPECT_THROW(Stat("/tmp"), sal::fs::StatException, "::open('/tmp') failed", 2, EACCES);

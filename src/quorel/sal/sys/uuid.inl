@@ -6,11 +6,11 @@
 #include <cstring>
 #include <list>
 #include <map>
+#include <string>
 
 #include <quorel/sal/inet/Link.h>
 #include <quorel/sal/time.h>
 #include <quorel/util/byte.h>
-#include <quorel/util/str.h>
 
 namespace quorel {
 namespace sal {
@@ -116,15 +116,31 @@ bool less(const Words& a, const Words& b) {
 
 namespace str {
 
+namespace {
+
+// digits lower-case hexadecimal digits of value, zero-padded. Written here
+// rather than through a stream, whose locale could group the digits.
+void appendHex(std::string& text, pod::uint32 value, int digits) {
+  static const char kDigits[] = "0123456789abcdef";
+  for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) text += kDigits[(value >> shift) & 0xf];
+}
+
+}  // namespace
+
 std::string from(const Words& words) {
   const Fields f = fieldsOf(words);
-  const std::ios_base::fmtflags hex = std::ios_base::hex;
-  std::string text = util::str::from(static_cast<unsigned int>(f.timeLow), hex, true) + "-" +
-                     util::str::from(static_cast<unsigned short>(f.timeMid), hex, true) + "-" +
-                     util::str::from(static_cast<unsigned short>(f.timeHighAndVersion), hex, true) + "-" +
-                     util::str::from(f.clockSequence[0], hex, true) +
-                     util::str::from(f.clockSequence[1], hex, true) + "-";
-  for (pod::uint8 b : f.node) text += util::str::from(b, hex, true);
+  std::string text;
+  text.reserve(36);
+  appendHex(text, f.timeLow, 8);
+  text += '-';
+  appendHex(text, f.timeMid, 4);
+  text += '-';
+  appendHex(text, f.timeHighAndVersion, 4);
+  text += '-';
+  appendHex(text, f.clockSequence[0], 2);
+  appendHex(text, f.clockSequence[1], 2);
+  text += '-';
+  for (pod::uint8 b : f.node) appendHex(text, b, 2);
   return text;
 }
 

@@ -2,7 +2,6 @@
 // sched_setaffinity.
 #include <quorel/sal/sys/exec/thr.h>
 
-#include <cxxabi.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -107,11 +106,13 @@ void* bootImpl(void* bootArg) {
   delete arg;
   try {
     function(argument);
-  } catch (abi::__forced_unwind&) {
-    throw;  // thread cancellation and pthread_exit must unwind on
   } catch (...) {
     // ExitException, library and standard exceptions alike end the thread
-    // quietly: exceptions never leave a task's thread.
+    // quietly: exceptions never leave a task's thread. The forced unwind of
+    // pthread_exit or cancellation must go on; it has no C++ exception
+    // object, which is how it is told apart here (a catch of
+    // abi::__forced_unwind& would bind a reference to that missing object).
+    if (!std::current_exception()) throw;
   }
   return nullptr;
 }

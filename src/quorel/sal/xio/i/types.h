@@ -22,11 +22,15 @@ typedef long long type;  // a signed byte offset
 }  // namespace offset
 
 // An option tag: which option group, which option in it and which state.
-// Options are set with tag types: spec.set<i::fopen::write::Enabled>().
+// Options are set with tag types: spec.set<i::fopen::write::Enabled>(). Each
+// tag is a type of its own derived from option::Tag, so that diagnostics and
+// demangled names show the tag's name (i::fopen::read::Enabled), not the
+// numbers behind it.
 namespace option {
 enum group { kOpen, kFile, kIgnored, kMux, kUnsupported };
 enum state { kUnspecified = 0, kEnabled = 1, kDisabled = 2, kAppend = 1, kTruncate = 2 };
-/// A tag type: which option group, which option (or word) and which value.
+/// The base of every tag: which option group, which option (or word) and
+/// which value.
 template <int Group, int Option, int State>
 struct Tag {
   static constexpr int group = Group;
@@ -37,13 +41,17 @@ struct Tag {
 
 namespace open {
 enum { kInherit, kNonblock, kCount };
+template <int Option>
+using On = option::Tag<option::kOpen, Option, option::kEnabled>;
+template <int Option>
+using Off = option::Tag<option::kOpen, Option, option::kDisabled>;
 namespace inherit {
-typedef option::Tag<option::kOpen, kInherit, option::kEnabled> Enabled;
-typedef option::Tag<option::kOpen, kInherit, option::kDisabled> Disabled;
+struct Enabled : On<kInherit> {};
+struct Disabled : Off<kInherit> {};
 }  // namespace inherit
 namespace nonblock {
-typedef option::Tag<option::kOpen, kNonblock, option::kEnabled> Enabled;
-typedef option::Tag<option::kOpen, kNonblock, option::kDisabled> Disabled;
+struct Enabled : On<kNonblock> {};
+struct Disabled : Off<kNonblock> {};
 }  // namespace nonblock
 }  // namespace open
 
@@ -58,73 +66,145 @@ enum {
 
 /// The two states of one option.
 template <int Option>
-struct Switch {
-  typedef option::Tag<option::kFile, Option, option::kEnabled> Enabled;
-  typedef option::Tag<option::kFile, Option, option::kDisabled> Disabled;
-};
+using On = option::Tag<option::kFile, Option, option::kEnabled>;
+template <int Option>
+using Off = option::Tag<option::kFile, Option, option::kDisabled>;
 /// Accepted by set() and ignored on this platform.
 template <int Option>
-struct Ignored {
-  typedef option::Tag<option::kIgnored, Option, option::kEnabled> Enabled;
-  typedef option::Tag<option::kIgnored, Option, option::kDisabled> Disabled;
-};
+using IgnoredOn = option::Tag<option::kIgnored, Option, option::kEnabled>;
+template <int Option>
+using IgnoredOff = option::Tag<option::kIgnored, Option, option::kDisabled>;
 
-struct read : Switch<kRead> {};
-struct write : Switch<kWrite> {
-  struct create : Switch<kCreate> {};
+struct read {
+  struct Enabled : On<kRead> {};
+  struct Disabled : Off<kRead> {};
+};
+struct write {
+  struct Enabled : On<kWrite> {};
+  struct Disabled : Off<kWrite> {};
+  struct create {
+    struct Enabled : On<kCreate> {};
+    struct Disabled : Off<kCreate> {};
+  };
   struct init {
-    typedef option::Tag<option::kFile, kInit, option::kAppend> Append;
-    typedef option::Tag<option::kFile, kInit, option::kTruncate> Truncate;
+    struct Append : option::Tag<option::kFile, kInit, option::kAppend> {};
+    struct Truncate : option::Tag<option::kFile, kInit, option::kTruncate> {};
   };
 };
 struct posix {
   struct user {
-    struct read : Switch<kUserRead> {};
-    struct write : Switch<kUserWrite> {};
-    struct exec : Switch<kUserExec> {};
+    struct read {
+      struct Enabled : On<kUserRead> {};
+      struct Disabled : Off<kUserRead> {};
+    };
+    struct write {
+      struct Enabled : On<kUserWrite> {};
+      struct Disabled : Off<kUserWrite> {};
+    };
+    struct exec {
+      struct Enabled : On<kUserExec> {};
+      struct Disabled : Off<kUserExec> {};
+    };
   };
   struct group {
-    struct read : Switch<kGroupRead> {};
-    struct write : Switch<kGroupWrite> {};
-    struct exec : Switch<kGroupExec> {};
+    struct read {
+      struct Enabled : On<kGroupRead> {};
+      struct Disabled : Off<kGroupRead> {};
+    };
+    struct write {
+      struct Enabled : On<kGroupWrite> {};
+      struct Disabled : Off<kGroupWrite> {};
+    };
+    struct exec {
+      struct Enabled : On<kGroupExec> {};
+      struct Disabled : Off<kGroupExec> {};
+    };
   };
   struct other {
-    struct read : Switch<kOtherRead> {};
-    struct write : Switch<kOtherWrite> {};
-    struct exec : Switch<kOtherExec> {};
+    struct read {
+      struct Enabled : On<kOtherRead> {};
+      struct Disabled : Off<kOtherRead> {};
+    };
+    struct write {
+      struct Enabled : On<kOtherWrite> {};
+      struct Disabled : Off<kOtherWrite> {};
+    };
+    struct exec {
+      struct Enabled : On<kOtherExec> {};
+      struct Disabled : Off<kOtherExec> {};
+    };
   };
-  struct sync : Switch<kSync> {};
-  struct dsync : Switch<kDSync> {};
-  struct rsync : Switch<kRSync> {};
+  struct sync {
+    struct Enabled : On<kSync> {};
+    struct Disabled : Off<kSync> {};
+  };
+  struct dsync {
+    struct Enabled : On<kDSync> {};
+    struct Disabled : Off<kDSync> {};
+  };
+  struct rsync {
+    struct Enabled : On<kRSync> {};
+    struct Disabled : Off<kRSync> {};
+  };
 };
 struct lin {
-  struct direct : Switch<kDirect> {};
+  struct direct {
+    struct Enabled : On<kDirect> {};
+    struct Disabled : Off<kDirect> {};
+  };
 };
 struct win {
-  struct writethru : Ignored<0> {};
-  struct sysbuff : Ignored<1> {};
+  struct writethru {
+    struct Enabled : IgnoredOn<0> {};
+    struct Disabled : IgnoredOff<0> {};
+  };
+  struct sysbuff {
+    struct Enabled : IgnoredOn<1> {};
+    struct Disabled : IgnoredOff<1> {};
+  };
   struct access {
-    typedef option::Tag<option::kIgnored, 2, option::kEnabled> Sequential;
-    typedef option::Tag<option::kIgnored, 2, option::kDisabled> Random;
+    struct Sequential : IgnoredOn<2> {};
+    struct Random : IgnoredOff<2> {};
   };
   struct share {
-    struct read : Ignored<3> {};
-    struct write : Ignored<4> {};
+    struct read {
+      struct Enabled : IgnoredOn<3> {};
+      struct Disabled : IgnoredOff<3> {};
+    };
+    struct write {
+      struct Enabled : IgnoredOn<4> {};
+      struct Disabled : IgnoredOff<4> {};
+    };
   };
 };
 struct sol {
   struct share {
-    struct read : Ignored<5> {};
-    struct write : Ignored<6> {};
+    struct read {
+      struct Enabled : IgnoredOn<5> {};
+      struct Disabled : IgnoredOff<5> {};
+    };
+    struct write {
+      struct Enabled : IgnoredOn<6> {};
+      struct Disabled : IgnoredOff<6> {};
+    };
   };
 };
 struct mac {
-  struct fullsync : Ignored<7> {};
-  struct cache : Ignored<8> {};
-  struct readahead : Ignored<9> {};
+  struct fullsync {
+    struct Enabled : IgnoredOn<7> {};
+    struct Disabled : IgnoredOff<7> {};
+  };
+  struct cache {
+    struct Enabled : IgnoredOn<8> {};
+    struct Disabled : IgnoredOff<8> {};
+  };
+  struct readahead {
+    struct Enabled : IgnoredOn<9> {};
+    struct Disabled : IgnoredOff<9> {};
+  };
   struct lock {
-    typedef option::Tag<option::kIgnored, 10, option::kEnabled> Exclusive;
-    typedef option::Tag<option::kIgnored, 10, option::kDisabled> Shared;
+    struct Exclusive : IgnoredOn<10> {};
+    struct Shared : IgnoredOff<10> {};
   };
 };
 
@@ -141,32 +221,24 @@ enum word {
 };
 enum { kEnabled = 0, kDisabled = 1 };
 
+/// The base of the mux tags: which word and the value it takes.
 template <int Word, int Value>
-struct Tag {
-  static constexpr int group = option::kMux;
-  static constexpr int index = Word;
-  static constexpr int value = Value;
-};
+using Tag = option::Tag<option::kMux, Word, Value>;
 template <int Word>
-struct Switch {
-  typedef Tag<Word, kEnabled> Enabled;
-  typedef Tag<Word, kDisabled> Disabled;
-};
+using On = Tag<Word, kEnabled>;
+template <int Word>
+using Off = Tag<Word, kDisabled>;
 /// A type other platforms offer: setting it fails.
 template <int Value>
-struct Unsupported {
-  static constexpr int group = option::kUnsupported;
-  static constexpr int index = kType;
-  static constexpr int value = Value;
-};
+using Unsupported = option::Tag<option::kUnsupported, kType, Value>;
 
 // Which dispatcher Dispatcher::create builds: Sync or Async on this platform.
 namespace type {
-typedef Tag<kType, 0> NULLSync;
-typedef Tag<kType, 1> MemSync;
-typedef Tag<kType, 2> Sync;
-typedef Tag<kType, 3> Async;
-typedef Tag<kType, 4> Select;
+struct NULLSync : Tag<kType, 0> {};
+struct MemSync : Tag<kType, 1> {};
+struct Sync : Tag<kType, 2> {};
+struct Async : Tag<kType, 3> {};
+struct Select : Tag<kType, 4> {};
 struct KQueue : Unsupported<5> {
   static const char* name() { return "KQueue"; }
 };
@@ -176,30 +248,65 @@ struct DevPoll : Unsupported<6> {
 }  // namespace type
 
 struct posix {
-  struct rt : Switch<kPOSIXRT> {};
-  struct fsync : Switch<kPOSIXFSync> {};
+  struct rt {
+    struct Enabled : On<kPOSIXRT> {};
+    struct Disabled : Off<kPOSIXRT> {};
+  };
+  struct fsync {
+    struct Enabled : On<kPOSIXFSync> {};
+    struct Disabled : Off<kPOSIXFSync> {};
+  };
 };
 /// Synchronous requests on a TCP or UDP socket move all their bytes.
-struct tcp : Switch<kTCP> {};
-struct udp : Switch<kUDP> {};
+struct tcp {
+  struct Enabled : On<kTCP> {};
+  struct Disabled : Off<kTCP> {};
+};
+struct udp {
+  struct Enabled : On<kUDP> {};
+  struct Disabled : Off<kUDP> {};
+};
 /// Synchronous reads and writes as SCSI commands through SG_IO; writes as
 /// UNMAP of the request's range with unmap.
-struct scsi : Switch<kSCSI> {
-  struct extended : Switch<kSCSIExtended> {};  // the version-4 (bsg) header
-  struct fua : Switch<kSCSIFUA> {};            // Force Unit Access
-  struct t10pi : Switch<kSCSIT10PI> {};        // the device checks protection information
-  typedef Tag<kSCSICDBSize, 0> rw10;           // the default
-  typedef Tag<kSCSICDBSize, 1> rw16;
-  typedef Tag<kSCSICDBSize, 2> rw32;
-  struct unmap : Switch<kSCSIUNMAP> {};
+struct scsi {
+  struct Enabled : On<kSCSI> {};
+  struct Disabled : Off<kSCSI> {};
+  struct extended {  // the version-4 (bsg) header
+    struct Enabled : On<kSCSIExtended> {};
+    struct Disabled : Off<kSCSIExtended> {};
+  };
+  struct fua {  // Force Unit Access
+    struct Enabled : On<kSCSIFUA> {};
+    struct Disabled : Off<kSCSIFUA> {};
+  };
+  struct t10pi {  // the device checks protection information
+    struct Enabled : On<kSCSIT10PI> {};
+    struct Disabled : Off<kSCSIT10PI> {};
+  };
+  struct rw10 : Tag<kSCSICDBSize, 0> {};  // the default
+  struct rw16 : Tag<kSCSICDBSize, 1> {};
+  struct rw32 : Tag<kSCSICDBSize, 2> {};
+  struct unmap {
+    struct Enabled : On<kSCSIUNMAP> {};
+    struct Disabled : Off<kSCSIUNMAP> {};
+  };
 };
 /// Synchronous writes as ATA TRIM of the request's range, directly or (onscsi)
 /// inside SCSI ATA PASS-THROUGH.
 struct ata {
-  struct trim : Switch<kATATrim> {};
-  struct onscsi : Switch<kATAOnSCSI> {};
+  struct trim {
+    struct Enabled : On<kATATrim> {};
+    struct Disabled : Off<kATATrim> {};
+  };
+  struct onscsi {
+    struct Enabled : On<kATAOnSCSI> {};
+    struct Disabled : Off<kATAOnSCSI> {};
+  };
 };
-struct winiocp : Switch<kWinIOCP> {};  // kept, not used on this platform
+struct winiocp {  // kept, not used on this platform
+  struct Enabled : On<kWinIOCP> {};
+  struct Disabled : Off<kWinIOCP> {};
+};
 
 }  // namespace mux
 
