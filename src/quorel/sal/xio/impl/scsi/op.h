@@ -16,7 +16,8 @@ namespace scsi {
 /// blocks of blockSize (LBA and block count by integer division), with Force
 /// Unit Access and protection checking as asked, and sends it. Returns the
 /// bytes transferred, or -1 if the ioctl failed, the status is not 0, sense
-/// bytes came back, or the block size is not positive (errno EINVAL).
+/// bytes came back, or (errno EINVAL, nothing sent) the block size is not
+/// positive or the offset or count is negative.
 ///
 /// The 10-byte form wraps, and does so on purpose: it carries the low 32
 /// bits of the LBA and the low 16 bits of the block count, with no range
