@@ -201,15 +201,22 @@ TEST(DMIWalker, EntryPointsAreTakenOnlyWithGoodChecksums) {
   EXPECT_EQ(address, 0xE0000u);
 }
 
-// Records whether each descriptor the library reads from is close-on-exec.
+// Record whether each descriptor the library reads from is close-on-exec.
+// Each records after its call, so that the call is never a tail call: one
+// would reach the interposed function with the library's return address and
+// come straight back here.
 std::vector<bool> readsCloseOnExec;
 ssize_t checkedRead(int fd, void* buffer, size_t size) {
-  readsCloseOnExec.push_back((::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0);
-  return ::read(fd, buffer, size);
+  const bool closeOnExec = (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
+  const ssize_t n = ::read(fd, buffer, size);
+  readsCloseOnExec.push_back(closeOnExec);
+  return n;
 }
 ssize_t checkedPread(int fd, void* buffer, size_t size, off64_t offset) {
-  readsCloseOnExec.push_back((::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0);
-  return ::pread64(fd, buffer, size, offset);
+  const bool closeOnExec = (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
+  const ssize_t n = ::pread64(fd, buffer, size, offset);
+  readsCloseOnExec.push_back(closeOnExec);
+  return n;
 }
 
 TEST(DMIWalker, FirmwareFilesAreReadThroughCloseOnExecDescriptors) {

@@ -199,11 +199,13 @@ TEST(Endpoints, AFailedCloseForgetsTheDescriptorSoItsNumberIsNeverClosedAgain) {
   EXPECT_EQ(test::openDescriptorCount(), descriptors);
 }
 
-// Records the descriptors the library closes.
+// Records the descriptors the library closes (after the call, so that it
+// is no tail call, which would come back here with the library's address).
 std::vector<int> closed;
 int recordingClose(int fd) {
+  const int result = ::close(fd);
   closed.push_back(fd);
-  return ::close(fd);
+  return result;
 }
 
 TEST(Pipes, AnAllocationFailureClosesEachEndOnce) {
