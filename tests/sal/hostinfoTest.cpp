@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include <algorithm>
+#include <fstream>
 #include <map>
 #include <set>
 #include <string>
@@ -133,23 +134,116 @@ TEST(DMIWalker, BrokenTablesNeverReadOutOfBounds) {
   EXPECT_EQ(dmi::identityFrom(unterminated.data(), unterminated.size()), "");
 }
 
-TEST(DMIWalker, EntryPointsOfSMBIOS3AndSMBIOS2) {
-  std::vector<unsigned char> area(0x100, 0);
-  const unsigned char smbios3[] = {'_', 'S', 'M', '3', '_', 0, 24, 3, 2, 0, 1, 0, 0x34, 0x12, 0, 0,
-                                   0x00, 0x10, 0x0F, 0, 0, 0, 0, 0};
-  std::copy(smbios3, smbios3 + sizeof smbios3, area.begin() + 0x40);
+// Sets byte at of an entry point so that its first length bytes sum to 0.
+void checksum(unsigned char* entry, size_t length, size_t at) {
+  entry[at] = 0;
+  unsigned char sum = 0;
+  for (size_t n = 0; n < length; ++n) sum = static_cast<unsigned char>(sum + entry[n]);
+  entry[at] = static_cast<unsigned char>(-sum);
+}
+
+// An SMBIOS 3 entry point (table at 0xF1000, 0x1234 bytes at most), an
+// SMBIOS 2 one (table at 0xE8000, 0x140 bytes) and a bare legacy "_DMI_" one
+// (table at 0xE0000, 0x80 bytes), each with good checksums.
+struct EntryPoints {
+  unsigned char smbios3[24] = {'_', 'S', 'M', '3', '_', 0, 24, 3, 2, 0, 1, 0, 0x34, 0x12, 0, 0,
+                               0x00, 0x10, 0x0F, 0, 0, 0, 0, 0};
+  unsigned char smbios2[31] = {'_', 'S', 'M', '_', 0, 0x1f, 2, 8, 0, 0, 0, 0, 0, 0, 0, 0,
+                               '_', 'D', 'M', 'I', '_', 0, 0x40, 0x01, 0x00, 0x80, 0x0E, 0x00, 0, 0, 0x28};
+  unsigned char legacy[15] = {'_', 'D', 'M', 'I', '_', 0, 0x80, 0, 0x00, 0x00, 0x0E, 0x00, 0, 0, 0x24};
+  EntryPoints() {
+    checksum(smbios3, 24, 5);
+    checksum(smbios2 + 16, 15, 5);
+    checksum(smbios2, 31, 4);
+    checksum(legacy, 15, 5);
+  }
+  // A firmware area with one entry point at offset 0x40.
+  template <size_t n>
+  static std::vector<unsigned char> areaWith(const unsigned char (&entry)[n]) {
+    std::vector<unsigned char> area(0x100, 0);
+    std::copy(entry, entry + n, area.begin() + 0x40);
+    return area;
+  }
+};
+
+TEST(DMIWalker, EntryPointsAreTakenOnlyWithGoodChecksums) {
+  EntryPoints good;
   pod::uint64 address = 0;
   pod::uint32 length = 0;
+  auto area = EntryPoints::areaWith(good.smbios3);
   ASSERT_TRUE(dmi::tableFrom(area.data(), area.size(), address, length));
   EXPECT_EQ(address, 0xF1000u);
   EXPECT_EQ(length, 0x1234u);
-  std::vector<unsigned char> legacy(0x100, 0);
-  const char smbios2[] = "_SM_\x1f\x1f\x02\x08\0\0\0\0\0\0\0\0_DMI_\0\x40\x01\x00\x80\x0E\x00";
-  std::copy(smbios2, smbios2 + sizeof smbios2 - 1, legacy.begin() + 0x20);
-  ASSERT_TRUE(dmi::tableFrom(legacy.data(), legacy.size(), address, length));
+  EXPECT_FALSE(dmi::tableFrom(area.data(), 0x40, address, length));
+  area = EntryPoints::areaWith(good.smbios2);
+  ASSERT_TRUE(dmi::tableFrom(area.data(), area.size(), address, length));
   EXPECT_EQ(address, 0xE8000u);
   EXPECT_EQ(length, 0x140u);
-  EXPECT_FALSE(dmi::tableFrom(area.data(), 0x40, address, length));
+  area = EntryPoints::areaWith(good.legacy);
+  ASSERT_TRUE(dmi::tableFrom(area.data(), area.size(), address, length));
+  EXPECT_EQ(address, 0xE0000u);
+  EXPECT_EQ(length, 0x80u);
+
+  // One byte off in each checksummed part: the anchor is ignored.
+  EntryPoints bad;
+  ++bad.smbios3[20];
+  --bad.legacy[8];
+  for (const auto& broken : {EntryPoints::areaWith(bad.smbios3), EntryPoints::areaWith(bad.legacy)}) {
+    EXPECT_FALSE(dmi::tableFrom(broken.data(), broken.size(), address, length));
+  }
+  EntryPoints badInner;
+  ++badInner.smbios2[24];
+  checksum(badInner.smbios2, 31, 4);  // the outer sum right, the inner one wrong
+  area = EntryPoints::areaWith(badInner.smbios2);
+  EXPECT_FALSE(dmi::tableFrom(area.data(), area.size(), address, length));
+  // A good legacy anchor later in the area is still found.
+  area = EntryPoints::areaWith(bad.legacy);
+  std::copy(good.legacy, good.legacy + 15, area.begin() + 0x80);
+  ASSERT_TRUE(dmi::tableFrom(area.data(), area.size(), address, length));
+  EXPECT_EQ(address, 0xE0000u);
+}
+
+// Record whether each descriptor the library reads from is close-on-exec.
+// Each records after its call, so that the call is never a tail call: one
+// would reach the interposed function with the library's return address and
+// come straight back here.
+std::vector<bool> readsCloseOnExec;
+ssize_t checkedRead(int fd, void* buffer, size_t size) {
+  const bool closeOnExec = (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
+  const ssize_t n = ::read(fd, buffer, size);
+  readsCloseOnExec.push_back(closeOnExec);
+  return n;
+}
+ssize_t checkedPread(int fd, void* buffer, size_t size, off64_t offset) {
+  const bool closeOnExec = (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
+  const ssize_t n = ::pread64(fd, buffer, size, offset);
+  readsCloseOnExec.push_back(closeOnExec);
+  return n;
+}
+
+TEST(DMIWalker, FirmwareFilesAreReadThroughCloseOnExecDescriptors) {
+  char directory[] = "/tmp/quorel-dmi-XXXXXX";
+  ASSERT_NE(::mkdtemp(directory), nullptr);
+  const std::string root = directory;
+  const auto system = structure(1, {1, 2, 0, 0}, {"Maker", "Product"});
+  ::mkdir((root + "/1-0").c_str(), 0700);
+  std::ofstream(root + "/1-0/raw").write(reinterpret_cast<const char*>(system.data()), static_cast<long>(system.size()));
+  // A stand-in for /dev/mem: the legacy entry point at 0xF0010, its table at 0xE0000.
+  std::vector<unsigned char> memory(0x100000, 0);
+  EntryPoints good;
+  std::copy(good.legacy, good.legacy + 15, memory.begin() + 0xF0010);
+  const auto board = structure(2, {1, 0, 0, 0}, {"Board"});
+  std::copy(board.begin(), board.end(), memory.begin() + 0xE0000);
+  std::ofstream(root + "/mem").write(reinterpret_cast<const char*>(memory.data()), static_cast<long>(memory.size()));
+
+  test::fault::StandIn reads("read", reinterpret_cast<void*>(&checkedRead));
+  test::fault::StandIn preads("pread64", reinterpret_cast<void*>(&checkedPread));
+  readsCloseOnExec.clear();
+  EXPECT_EQ(dmi::identityOfHost(root + "/", root + "/none", root + "/none"), "Maker / Product");
+  EXPECT_EQ(dmi::identityOfHost(root + "/none/", root + "/none", root + "/mem"), "Board");
+  EXPECT_EQ(readsCloseOnExec, std::vector<bool>(readsCloseOnExec.size(), true));
+  EXPECT_GE(readsCloseOnExec.size(), 3u);
+  for (const char* file : {"/1-0/raw", "/1-0", "/mem", ""}) ::remove((root + file).c_str());
 }
 
 // A scratch directory standing in for the firmware's files.

@@ -22,6 +22,11 @@ namespace quorel {
 namespace test {
 namespace fault {
 
+// The point of the global operator new (by its symbol), which throws
+// std::bad_alloc when it fires. Plain builds only: the sanitizers bring their
+// own operator new (see sal/xio/DispatcherAllocationTest.cpp).
+inline constexpr const char* kOperatorNew = sizeof(void*) == 4 ? "_Znwj" : "_Znwm";
+
 // Whose calls an injection counts.
 enum class Caller { kLibrary, kAny };
 

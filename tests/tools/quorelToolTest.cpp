@@ -210,6 +210,63 @@ TEST(QuorelTool, ReadOfAFileStopsAtItsEndAndDiscardReportsTheDevicesRefusal) {
   std::remove(path.c_str());
 }
 
+// Which SCSI command a read sends is seen in its header line; on a regular
+// file (512-byte blocks) the command itself then fails.
+TEST(QuorelTool, ScsiReadsAndDiscardsNeverWrapTheirAddresses) {
+  const std::string big = "/tmp/quorel-tool-big-" + std::to_string(::getpid());
+  const std::string small = big + "-small";
+  ASSERT_EQ(::truncate64((std::fclose(std::fopen(big.c_str(), "w")), big.c_str()), (1LL << 41) + (1 << 20)), 0);
+  ASSERT_EQ(::truncate64((std::fclose(std::fopen(small.c_str(), "w")), small.c_str()), 1 << 20), 0);
+  const std::string failed = "\nquorel: device I/O control failed for SCSI Read ";
+  const std::string kHint = " (run 'quorel help' for usage)\n";
+  const struct {
+    std::string args;
+    int status;
+    std::string out;  // in the output
+  } rows[] = {
+      // The device reaches past what 10 bytes address (2^32 blocks): 16 bytes.
+      {big + " --scsi --size 1M", 1, ", SCSI READ(16)\n"},
+      {big + " --scsi --size 1M", 1, failed + "(16) - Inappropriate ioctl for device\n"},
+      // A request of more than 65535 blocks: 16 bytes.
+      {small + " --scsi --bs 32M", 0, ", SCSI READ(16)\n"},
+      {small + " --scsi --bs 4K", 1, failed + "(10) - "},
+      {big + " --scsi --rw10 --size 1M", 1, failed + "(10) - "},
+      {big + " --scsi --rw32 --size 1M", 1, failed + "(32) - "},
+      // Forced to 10 bytes, what they cannot carry is refused.
+      {big + " --scsi --rw10", 2,
+       "quorel: READ(10) addresses only the first 4294967296 blocks and this read reaches block 4294969343 "
+       "(leave out --rw10, or read less with --size)" + kHint},
+      {small + " --scsi --rw10 --bs 32M", 2,
+       "quorel: READ(10) carries at most 65535 blocks and a request of 32 MiB is 65536 blocks of 512 bytes "
+       "(leave out --rw10, or use a smaller --bs)" + kHint},
+      {small + " --scsi --bs 1000", 2, "quorel: --bs must be a whole number of 512-byte blocks with --scsi" + kHint},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.args);
+    const ToolRun r = run("read " + row.args);
+    EXPECT_EQ(r.status, row.status) << r.out;
+    if (row.status == 2) {
+      EXPECT_EQ(r.out, row.out);
+    } else {
+      EXPECT_NE(r.out.find(row.out), std::string::npos) << r.out;
+    }
+  }
+  // The last block ATA TRIM names is 2^48 - 1 (128 PiB in 512-byte blocks):
+  // past it a TRIM is refused whole; UNMAP addresses 64 bits.
+  ToolRun r = run("discard " + big + " --offset 131072T --length 512 --trim");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.out, "quorel: ATA TRIM addresses only the first 281474976710656 blocks and this range reaches block "
+                   "281474976710656" + kHint);
+  r = run("discard " + big + " --offset 131071T --length 1T --satl");
+  EXPECT_EQ(r.status, 1) << r.out;
+  EXPECT_EQ(r.out, "quorel: ATA TRIM (SATL) failed - Inappropriate ioctl for device\n");
+  r = run("discard " + big + " --offset 131072T --length 512 --unmap");
+  EXPECT_EQ(r.status, 1) << r.out;
+  EXPECT_EQ(r.out, "quorel: device I/O control failed for SCSI UNMAP - Inappropriate ioctl for device\n");
+  std::remove(big.c_str());
+  std::remove(small.c_str());
+}
+
 TEST(QuorelTool, RunExitsWithTheProgramsStatusAndSaysHowItEnded) {
   ToolRun r = run("run --env QUOREL_X=1 --env QUOREL_Y=a=b --cwd /tmp sh -c 'echo $QUOREL_X $QUOREL_Y $(pwd); exit 3'");
   EXPECT_EQ(r.status, 3);
@@ -333,7 +390,8 @@ TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
                            "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate",
                            "uuid -1", "uuid many", "uuid 1 2", "version", "version 1..2", "addr 10.0.0.1",
                            "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve", "cat", "cat --bs", "cat --bs 0 x", "cat --bs 1G x", "sense", "sense 7", "sense zz", "info now", "stat",
-                           "read --depth 0", "read --depth 5000", "read --bs", "read --size -1", "read --rw16",
+                           "read --depth 0", "read --depth 5000", "read --bs", "read --size -1", "read --rw16", "read --rw10",
+                           "read x --scsi --rw10 --rw16",
                            "read --scsi", "read --sync --depth 4", "read --frob", "read a b", "read /nonexistent/quorel",
                            "discard", "discard /tmp --offset 0 --length 1", "discard /tmp --offset 1 --length 512 --unmap",
                            "discard /tmp --offset 0 --length 1K --unmap --trim", "discard /tmp --offset x --length 1 --trim",

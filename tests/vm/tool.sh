@@ -1,7 +1,7 @@
 #!/bin/sh
 # The quorel tool on the test bed's disks: stat with READ CAPACITY, SCSI reads
-# through the synchronous dispatcher, direct asynchronous reads, UNMAP and
-# TRIM, and a refused discard. Run by scripts/testbed with the tool's folder
+# through the synchronous dispatcher (and the READ size it picks or refuses),
+# direct asynchronous reads, UNMAP and TRIM, and a refused discard. Run by scripts/testbed with the tool's folder
 # first on the PATH.
 . "$(dirname "$0")/checks.sh"
 
@@ -10,6 +10,9 @@ expect "stat reads the capacity" "RC(10)      67108864 bytes in blocks of 512" q
 expect "stat --json" '"sizeByRC10": 67108864' quorel stat "$disk" --json
 expect "read --scsi --rw16" '"ios": 256' quorel read "$disk" --scsi --rw16 --bs 4K --size 1M --json
 expect "read --scsi (10)" '"ios": 16' quorel read "$disk" --scsi --bs 64K --size 1M --json
+expect "read --scsi picks READ(10) on a small disk" "SCSI READ(10)" quorel read "$disk" --scsi --bs 64K --size 1M
+expect "read --scsi --rw10 refuses what READ(10) cannot carry" "READ(10) carries at most 65535 blocks" \
+  quorel read "$disk" --scsi --rw10 --bs 64M
 expect "read --direct --random --depth 16" '"ios": 512' quorel read "$disk" --direct --random --depth 16 --size 2M --json
 check "discard --unmap" quorel discard "$disk" --offset 1M --length 1M --unmap
 expect "discard --satl" "discarded 64 KiB at 0" quorel discard "$QUOREL_AHCI" --offset 0 --length 64K --satl

@@ -1,7 +1,7 @@
 // quorel read and quorel discard: requests through the library's dispatchers.
 //
 //   quorel read [PATH] [--async|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--ios N] [--direct]
-//               [--random] [--scsi [--rw16|--rw32]]
+//               [--random] [--scsi [--rw10|--rw16|--rw32]]
 //   quorel discard PATH --offset O --length L (--unmap|--trim|--satl)
 #include <unistd.h>
 
@@ -202,6 +202,41 @@ class Reader : public AFailureKeeper {
   long long ios_ = 0;
 };
 
+// What a 10-byte READ carries: the low 32 bits of the LBA and the low 16 of
+// the block count, without a range check (the library builds it so, on
+// purpose). The tool never lets it wrap.
+const uint64 kRead10Blocks = 1ULL << 32;
+const uint64 kRead10Count = 0xFFFF;
+
+// The SCSI READ size for a read of the first `used` bytes of a device of
+// deviceBytes in requests of blockSize bytes, with logical blocks of
+// logicalBlock bytes: the asked one (10, 16 or 32), or with 0 the 10-byte
+// form unless the device or the read reaches past what it addresses, then
+// 16. A read that a forced 10-byte form cannot carry, and a request that is
+// not a whole number of blocks, are refused.
+int scsiReadSize(int asked, long long deviceBytes, long long used, int blockSize, int logicalBlock) {
+  if (blockSize % logicalBlock != 0) {
+    throw UsageError{"--bs must be a whole number of " + std::to_string(logicalBlock) + "-byte blocks with --scsi"};
+  }
+  const uint64 count = static_cast<uint64>(blockSize / logicalBlock);
+  const uint64 reach = static_cast<uint64>(used / logicalBlock);  // blocks 0 .. reach - 1 are read
+  const bool tooFar = reach > kRead10Blocks, tooMany = count > kRead10Count;
+  if (asked == 0) {
+    return static_cast<uint64>(deviceBytes / logicalBlock) > kRead10Blocks || tooFar || tooMany ? 16 : 10;
+  }
+  if (asked == 10 && tooFar) {
+    throw UsageError{"READ(10) addresses only the first " + std::to_string(kRead10Blocks) +
+                     " blocks and this read reaches block " + std::to_string(reach - 1) +
+                     " (leave out --rw10, or read less with --size)"};
+  }
+  if (asked == 10 && tooMany) {
+    throw UsageError{"READ(10) carries at most " + std::to_string(kRead10Count) + " blocks and a request of " +
+                     bytesText(blockSize) + " is " + std::to_string(count) + " blocks of " +
+                     std::to_string(logicalBlock) + " bytes (leave out --rw10, or use a smaller --bs)"};
+  }
+  return asked;
+}
+
 // Runs every request of a dispatcher to the end (or to the first failure).
 void drain(xio::Dispatcher& dispatcher) {
   while (dispatcher.pending() > 0) dispatcher.wait();
@@ -212,7 +247,7 @@ void drain(xio::Dispatcher& dispatcher) {
 int read(const std::vector<std::string>& args) {
   std::string path;
   bool async = true, direct = false, random = false, scsi = false, depthGiven = false;
-  int depth = 32, blockSize = 4096, cdb = 10;
+  int depth = 32, blockSize = 4096, cdb = 0;  // cdb 0: the tool chooses
   long long size = -1, ios = -1;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
@@ -240,10 +275,9 @@ int read(const std::vector<std::string>& args) {
       random = true;
     } else if (a == "--scsi") {
       scsi = true;
-    } else if (a == "--rw16") {
-      cdb = 16;
-    } else if (a == "--rw32") {
-      cdb = 32;
+    } else if (a == "--rw10" || a == "--rw16" || a == "--rw32") {
+      if (cdb != 0) throw UsageError{"choose one of --rw10, --rw16 and --rw32"};
+      cdb = std::stoi(a.substr(4));
     } else if (!a.empty() && a[0] == '-') {
       throw UsageError{"unknown option '" + a + "'"};
     } else if (path.empty()) {
@@ -252,7 +286,7 @@ int read(const std::vector<std::string>& args) {
       throw UsageError{"read takes one PATH"};
     }
   }
-  if (cdb != 10 && !scsi) throw UsageError{"--rw16 and --rw32 go with --scsi"};
+  if (cdb != 0 && !scsi) throw UsageError{"--rw10, --rw16 and --rw32 go with --scsi"};
   if (scsi) {
     if (path.empty()) throw UsageError{"--scsi needs a device PATH"};
     async = false;  // pass-through runs through the synchronous dispatcher
@@ -269,6 +303,8 @@ int read(const std::vector<std::string>& args) {
   if (!stat.exists()) throw UsageError{"no such file '" + path + "'"};
   const long long available = static_cast<long long>(stat.size());
   if (size < 0 || size > available) size = available;
+  const int logicalBlock = static_cast<int>(stat.blockSize() > 0 ? stat.blockSize() : 512);
+  if (scsi) cdb = scsiReadSize(cdb, available, size / blockSize * blockSize, blockSize, logicalBlock);
 
   xio::fopen::Spec spec;
   spec.set<xio::i::fopen::read::Enabled>();
@@ -283,6 +319,7 @@ int read(const std::vector<std::string>& args) {
   }
   if (scsi) {
     mux.set<xio::i::mux::scsi::Enabled>();
+    if (cdb == 10) mux.set<xio::i::mux::scsi::rw10>();
     if (cdb == 16) mux.set<xio::i::mux::scsi::rw16>();
     if (cdb == 32) mux.set<xio::i::mux::scsi::rw32>();
   }
@@ -306,7 +343,7 @@ int read(const std::vector<std::string>& args) {
     reader.add(buffers.back()->data());
     requests.emplace_back(dispatcher.newRequestFor(&reader, endpoint));
     requests.back()->setID(static_cast<unsigned int>(n));
-    requests.back()->setBlockSize(static_cast<int>(stat.blockSize() > 0 ? stat.blockSize() : 512));
+    requests.back()->setBlockSize(logicalBlock);
   }
   for (auto& request : requests) reader.start(*request);
   drain(dispatcher);
@@ -364,6 +401,15 @@ int discard(const std::vector<std::string>& args) {
   const int blockSize = static_cast<int>(stat.blockSize() > 0 ? stat.blockSize() : 512);
   if (offset % blockSize != 0 || length % blockSize != 0) {
     throw UsageError{"offset and length must be multiples of the block size (" + std::to_string(blockSize) + ")"};
+  }
+  // A TRIM entry names its first block in 48 bits; the library refuses a
+  // range past that too, but only piece by piece: refused here, whole, before
+  // any piece is sent. (UNMAP addresses 64 bits: every range fits.)
+  const uint64 kTRIMBlocks = 1ULL << 48;
+  const uint64 end = (static_cast<uint64>(offset) + static_cast<uint64>(length)) / static_cast<uint64>(blockSize);
+  if (how != "--unmap" && length > 0 && end > kTRIMBlocks) {
+    throw UsageError{"ATA TRIM addresses only the first " + std::to_string(kTRIMBlocks) +
+                     " blocks and this range reaches block " + std::to_string(end - 1)};
   }
 
   xio::mux::Spec mux;

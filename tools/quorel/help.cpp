@@ -27,18 +27,22 @@ const Command kCommands[] = {
      "size. For block and character devices also the results of READ CAPACITY (10) and (16) sent to the "
      "device, or why they failed, and what the kernel reports."},
     {"read", "[PATH] [--async|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--ios N] [--direct] [--random] "
-             "[--scsi [--rw16|--rw32]]",
+             "[--scsi [--rw10|--rw16|--rw32]]",
      "read through a dispatcher; bytes, I/Os, IOPS, MB/s and mean latency",
      "Reads the first SIZE bytes of PATH (without PATH: a temporary 64 MiB file, removed afterwards) "
      "through a dispatcher: asynchronous (native AIO) with N requests in flight (default 32) or "
      "synchronous, in requests of --bs bytes (default 4K), --ios of them (default: SIZE once over), "
-     "sequential or at random offsets, buffered or with O_DIRECT, or as SCSI READ(10), (16) or (32) "
-     "commands. Progress goes to standard error when it is a terminal."},
+     "sequential or at random offsets, buffered or with O_DIRECT, or as SCSI READ commands. A SCSI READ "
+     "is of 10 bytes, unless the device or the read reaches past block 2^32 - 1 or a request is more than "
+     "65535 blocks, which 10 bytes cannot address: then it is of 16. --rw10, --rw16 or --rw32 choose the "
+     "size; with --rw10, a read that 10 bytes cannot carry is refused, never wrapped. With --scsi, --bs is a "
+     "whole number of the device's blocks. Progress goes to standard error when it is a terminal."},
     {"discard", "PATH --offset O --length L (--unmap|--trim|--satl)",
      "release a range of a disk by SCSI UNMAP or ATA TRIM",
      "Releases L bytes at offset O of the device PATH through the synchronous dispatcher: SCSI UNMAP, ATA "
      "TRIM, or ATA TRIM inside SCSI ATA PASS-THROUGH (--satl). Offset and length are multiples of the "
-     "device's block size."},
+     "device's block size. A long range goes in as many UNMAP descriptors or TRIM entries, and commands, "
+     "as it needs; a TRIM range past block 2^48 - 1, which TRIM cannot address, is refused."},
     {"sense", "HEX...", "decode SCSI sense bytes given in hexadecimal",
      "Decodes fixed or descriptor format sense data: key, additional sense code and qualifier with their "
      "texts, and the bytes in groups of four. Spaces and colons between digits are ignored."},

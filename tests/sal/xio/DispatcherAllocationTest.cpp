@@ -14,6 +14,8 @@
 
 #include <quorel/quorel.h>
 
+#include "support/fault.h"
+
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define QUOREL_COUNTS_ALLOCATIONS 0
 #else
@@ -21,15 +23,19 @@
 
 namespace {
 std::atomic<long> allocations(0);
+quorel::test::fault::Point allocationPoint(quorel::test::fault::kOperatorNew);
+quorel::test::fault::Registration allocationRegistration(allocationPoint);
 }  // namespace
 
 void* operator new(std::size_t size) {
   allocations.fetch_add(1, std::memory_order_relaxed);
+  int error = 0;
+  if (allocationPoint.fires(__builtin_return_address(0), error)) throw std::bad_alloc();  // a test's injection
   if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
   throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 #endif
 
 namespace quorel {

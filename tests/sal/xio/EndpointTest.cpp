@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <new>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -111,6 +114,22 @@ TEST(Files, WriteReadSeekTruncateAndSync) {
   file.sync();
   EXPECT_EQ(file.endpoint().name(), scratch.path);
   EXPECT_EQ(file.endpoint().specString(), "O_RDWR O_CREAT O_TRUNC O_LARGEFILE S_IRUSR S_IWUSR F_SETFD=FD_CLOEXEC");
+  // A clone describes the same options, with its own inherit option.
+  EXPECT_EQ(file.endpoint().clone(i::open::inherit::Disabled()).specString(), file.endpoint().specString());
+  EXPECT_EQ(file.endpoint().clone(i::open::inherit::Enabled()).specString(),
+            "O_RDWR O_CREAT O_TRUNC O_LARGEFILE S_IRUSR S_IWUSR");
+
+  // Offsets past 4 GiB, in a sparse file.
+  const long long far = (5LL << 30) + 12345;
+  EXPECT_EQ(file.write("far", 3u, far), 3);
+  char check[3] = {};
+  EXPECT_EQ(::pread64(static_cast<int>(file.endpoint().id()), check, 3, far), 3);
+  EXPECT_EQ(std::string(check, 3), "far");
+  ASSERT_EQ(::pwrite64(static_cast<int>(file.endpoint().id()), "FAR", 3, far + 3), 3);
+  EXPECT_EQ(file.read(buffer, 6u, far), 6);
+  EXPECT_EQ(std::string(buffer, 6), "farFAR");
+  EXPECT_EQ(file.seek(0, i::fseek::from::End()), far + 6);
+  EXPECT_EQ(file.seek(-6, i::fseek::from::Current()), far);
 }
 
 TEST(Files, NonblockReplacesTheStatusFlags) {
@@ -152,6 +171,67 @@ TEST(Endpoints, InvalidDescriptorsFailWithTheirSwappedMessages) {
                       "attempt to wrap an invalid descriptor", 0, 0);
   QUOREL_EXPECT_THROW(Endpoint::wrap(i::id::kNone, open::Spec()), AdoptException,
                       "attempt to adaopt an invalid descriptor", 0, 0);
+}
+
+TEST(Endpoints, AFailedCloseForgetsTheDescriptorSoItsNumberIsNeverClosedAgain) {
+  ScratchFile scratch;
+  const int descriptors = test::openDescriptorCount();
+  int reused[2];
+  {
+    Endpoint file = Endpoint::open(scratch.path, writing());
+    Endpoint adopted = Endpoint::adopt(static_cast<unsigned int>(::open(scratch.path.c_str(), O_RDONLY)), open::Spec());
+    Endpoint* endpoints[] = {&file, &adopted};
+    for (int n = 0; n < 2; ++n) {
+      const int fd = static_cast<int>(endpoints[n]->id());
+      ::close(fd);  // behind the endpoint's back
+      QUOREL_EXPECT_THROW(endpoints[n]->close(), CloseException, "::close() failed", 2, EBADF);
+      EXPECT_EQ(endpoints[n]->id(), i::id::kNone);
+      const int other = ::open(scratch.path.c_str(), O_RDONLY);  // the program reuses the number
+      reused[n] = ::dup2(other, fd);
+      if (other != fd) ::close(other);
+      ASSERT_EQ(reused[n], fd);
+    }
+  }  // neither endpoint closes it again
+  EXPECT_TRUE(isOpen(reused[0]));
+  EXPECT_TRUE(isOpen(reused[1]));
+  ::close(reused[0]);
+  ::close(reused[1]);
+  EXPECT_EQ(test::openDescriptorCount(), descriptors);
+}
+
+// Records the descriptors the library closes (after the call, so that it
+// is no tail call, which would come back here with the library's address).
+std::vector<int> closed;
+int recordingClose(int fd) {
+  const int result = ::close(fd);
+  closed.push_back(fd);
+  return result;
+}
+
+TEST(Pipes, AnAllocationFailureClosesEachEndOnce) {
+  QUOREL_REQUIRE_FAULT_POINT(test::fault::kOperatorNew);
+  const int descriptors = test::openDescriptorCount();
+  const open::Spec readSpec, writeSpec;
+  bool built = false;
+  for (int nth = 1; !built && nth < 20; ++nth) {
+    SCOPED_TRACE(nth);
+    closed.clear();
+    {
+      test::fault::StandIn closes("close", reinterpret_cast<void*>(&recordingClose));
+      test::fault::Injection fail(test::fault::kOperatorNew, ENOMEM, nth);
+      try {
+        Pipe pipe(readSpec, writeSpec);
+        built = true;
+      } catch (const std::bad_alloc&) {
+      }
+    }
+    std::vector<int> once = closed;
+    std::sort(once.begin(), once.end());
+    EXPECT_EQ(std::unique(once.begin(), once.end()), once.end());
+    EXPECT_EQ(closed.size(), 2u);
+    EXPECT_EQ(test::openDescriptorCount(), descriptors);
+  }
+  EXPECT_TRUE(built);
 }
 
 TEST(Endpoints, StandardHandlesWrapTheirDescriptorsAndFailWhenClosed) {
@@ -251,8 +331,10 @@ TEST(XIOFailures, DescriptorCallsThrowTheirClassesAndMessages) {
                           EBADF);
     }
     Endpoint other = Endpoint::open(scratch.path, fopen::Spec());
+    const int fd = static_cast<int>(other.id());
     test::fault::Injection fail("close", EIO);
     QUOREL_EXPECT_THROW(other.close(), CloseException, "::close() failed", 2, EIO);
+    ::close(fd);  // the injected failure left it open; the endpoint has let it go
   }
   {
     test::fault::Injection fail("open64", EACCES);
@@ -260,6 +342,12 @@ TEST(XIOFailures, DescriptorCallsThrowTheirClassesAndMessages) {
                         "::open('" + scratch.path +
                             "', O_WRONLY O_CREAT O_TRUNC O_LARGEFILE S_IRUSR S_IWUSR F_SETFD=FD_CLOEXEC) failed",
                         2, EACCES);
+    fopen::Spec rsync;
+    rsync.set<fo::read::Enabled>().set<fo::posix::rsync::Enabled>();
+    test::fault::Injection again("open64", ENOENT);
+    QUOREL_EXPECT_THROW(Endpoint::open(scratch.path, rsync), OpenException,
+                        "::open('" + scratch.path + "', O_RDONLY O_RSYNC O_LARGEFILE F_SETFD=FD_CLOEXEC) failed", 2,
+                        ENOENT);
   }
   open::Spec nonblocking;
   nonblocking.set<i::open::nonblock::Enabled>();

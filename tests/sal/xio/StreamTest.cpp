@@ -102,5 +102,36 @@ TEST(SinkStream, WholeBuffersAreWrittenDirectly) {
   EXPECT_STREQ(buffer, "vwxyz0123456789");
 }
 
+TEST(SinkStream, AFlushRetriedAfterAFailureSendsExactlyTheUnwrittenBytes) {
+  Fed fed;
+  const int writeEnd = static_cast<int>(fed.pipe.forWrite().id());
+  ASSERT_EQ(::fcntl(writeEnd, F_SETPIPE_SZ, 4096), 4096);
+  ASSERT_EQ(::fcntl(writeEnd, F_SETFL, O_NONBLOCK), 0);
+  std::string data(10000, '\0');
+  for (size_t n = 0; n < data.size(); ++n) data[n] = static_cast<char>(n * 7 + n / 251);
+  SinkStream out(Channel(fed.pipe.forWrite()), 10000);
+  out.put(data.data(), 10000);
+  std::string received;
+  char chunk[4096];
+  const int readEnd = static_cast<int>(fed.pipe.forRead().id());
+  ASSERT_EQ(::fcntl(readEnd, F_SETFL, O_NONBLOCK), 0);
+  const auto drain = [&] {
+    for (ssize_t n; (n = ::read(readEnd, chunk, sizeof chunk)) > 0;) received.append(chunk, static_cast<size_t>(n));
+  };
+  // 4096 bytes fit, then the pipe is full.
+  QUOREL_EXPECT_THROW(out.flush(), WriteException, "::write() failed", 2, EAGAIN);
+  drain();
+  {
+    // The next 4096 go, then a signal interrupts the write after them.
+    test::fault::Injection interrupted("write", EINTR, 2);
+    QUOREL_EXPECT_THROW(out.flush(), WriteException, "::write() failed", 2, EINTR);
+  }
+  drain();
+  out.flush();
+  drain();
+  ASSERT_EQ(received.size(), data.size());
+  EXPECT_TRUE(received == data);
+}
+
 }  // namespace
 }  // namespace quorel

@@ -65,12 +65,13 @@ namespace dmi {
 /// checked: a truncated or hostile table yields what could be read safely.
 std::string identityFrom(const unsigned char* table, size_t length);
 /// Finds an SMBIOS 2.x ("_SM_"), 3.x ("_SM3_") or legacy ("_DMI_") entry
-/// point in a firmware area (16-byte aligned anchors); gives the structure
-/// table's physical address and maximum length.
+/// point in a firmware area (16-byte aligned anchors) whose checksums hold
+/// (for "_SM_", both its own and that of the "_DMI_" part inside it); gives
+/// the structure table's physical address and maximum length.
 bool tableFrom(const unsigned char* area, size_t length, pod::uint64& address, pod::uint32& tableLength);
 /// The identity from the firmware of this host: the sysfs entries under
 /// entriesDirectory (1-0/raw, 2-0/raw), else the whole table file, else an
-/// entry point in memoryDevice.
+/// entry point in memoryDevice. Every file is opened close-on-exec.
 std::string identityOfHost(const std::string& entriesDirectory, const std::string& tableFile,
                            const std::string& memoryDevice);
 }  // namespace dmi

@@ -178,9 +178,11 @@ namespace {
 
 const size_t kBuffer = 65536;
 
-// One read of at most room bytes of a file into at.
+// One read of at most room bytes of a file into at. The descriptor is
+// close-on-exec from the start: a program started by another thread
+// meanwhile never inherits it.
 size_t readInto(const std::string& path, unsigned char* at, size_t room) {
-  const int fd = ::open(path.c_str(), O_RDONLY);
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd == -1) return 0;
   const ssize_t n = ::read(fd, at, room);
   ::close(fd);
@@ -232,25 +234,55 @@ std::string identityFrom(const unsigned char* table, size_t length) {
   return identity;
 }
 
+namespace {
+
+// True when the length bytes at p add up to 0 (mod 256), as every entry
+// point's checksummed part must.
+bool sumsToZero(const unsigned char* p, size_t length) {
+  unsigned char sum = 0;
+  for (size_t n = 0; n < length; ++n) sum = static_cast<unsigned char>(sum + p[n]);
+  return sum == 0;
+}
+
+// The legacy DMI entry point, alone or inside an SMBIOS 2 one: 15 bytes
+// whose sum is 0, giving the table's length (16 bits) and address (32 bits).
+bool legacyEntry(const unsigned char* p, size_t room, pod::uint64& address, pod::uint32& tableLength) {
+  if (room < 15 || std::memcmp(p, "_DMI_", 5) != 0 || !sumsToZero(p, 15)) return false;
+  pod::uint16 len;
+  pod::uint32 base;
+  std::memcpy(&len, p + 6, 2);
+  std::memcpy(&base, p + 8, 4);
+  tableLength = len;
+  address = base;
+  return true;
+}
+
+}  // namespace
+
 bool tableFrom(const unsigned char* area, size_t length, pod::uint64& address, pod::uint32& tableLength) {
   if (area == nullptr) return false;
+  // Every anchor is checked against its checksum, so that stray bytes that
+  // happen to spell one are passed over.
   for (size_t at = 0; at + 32 <= length; at += 16) {
     const unsigned char* p = area + at;
-    if (std::memcmp(p, "_SM3_", 5) == 0 && at + 24 <= length) {
+    const size_t room = length - at;
+    if (std::memcmp(p, "_SM3_", 5) == 0) {
+      // Byte 5 is the checksum, byte 6 the entry point's length (24).
+      const size_t entry = p[6];
+      if (entry < 24 || entry > room || !sumsToZero(p, entry)) continue;
       std::memcpy(&tableLength, p + 12, 4);
       std::memcpy(&address, p + 16, 8);
       return true;
     }
-    if (std::memcmp(p, "_SM_", 4) == 0 && std::memcmp(p + 16, "_DMI_", 5) == 0) p += 16;
-    if (std::memcmp(p, "_DMI_", 5) == 0 && p + 15 <= area + length) {
-      pod::uint16 len;
-      pod::uint32 base;
-      std::memcpy(&len, p + 6, 2);
-      std::memcpy(&base, p + 8, 4);
-      tableLength = len;
-      address = base;
-      return true;
+    if (std::memcmp(p, "_SM_", 4) == 0) {
+      // Byte 5 is the entry point's length (0x1F; 0x1E in some firmware);
+      // the legacy entry point inside it, at 16, has its own checksum.
+      const size_t entry = p[5];
+      if (entry < 0x1E || entry > 0x20 || !sumsToZero(p, entry)) continue;
+      if (legacyEntry(p + 16, room - 16, address, tableLength)) return true;
+      continue;
     }
+    if (legacyEntry(p, room, address, tableLength)) return true;
   }
   return false;
 }
@@ -263,7 +295,7 @@ std::string identityOfHost(const std::string& entriesDirectory, const std::strin
   if (used == 0) used = readInto(tableFile, buffer.data(), kBuffer);
   if (used == 0) {
     // The firmware area 0xF0000-0xFFFFF of physical memory holds the entry point.
-    const int fd = ::open(memoryDevice.c_str(), O_RDONLY);
+    const int fd = ::open(memoryDevice.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd == -1) return std::string();
     std::vector<unsigned char> area(0x10000);
     pod::uint64 address = 0;

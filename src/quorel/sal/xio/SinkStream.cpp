@@ -31,10 +31,17 @@ void SinkStream::put(const void* buffer, int count) {
 
 void SinkStream::flush() {
   int written = 0;
-  while (pending_ > 0) {
-    const int n = channel_.write(buffer_.data() + written, pending_);
-    pending_ -= n;
-    written += n;
+  try {
+    while (pending_ > 0) {
+      const int n = channel_.write(buffer_.data() + written, pending_);
+      pending_ -= n;
+      written += n;
+    }
+  } catch (...) {
+    // A write failed after others took part of the buffer: the unwritten
+    // tail moves to the front, where the next flush starts.
+    std::memmove(buffer_.data(), buffer_.data() + written, static_cast<size_t>(pending_));
+    throw;
   }
 }
 

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -159,6 +161,70 @@ TEST_F(Discard, TRIMReportsTheStatusAndErrorRegistersOfAFailure) {
   ataStatus = 0x50;
   EXPECT_EQ(fio::ataOnSCSITRIMWithoutException(scsi, 3, 512, 0, 512, 60, status, error), 512);
   EXPECT_EQ(fio::ataTRIMWithoutException(io, 3, 512, 0, 0, 60, status, error), 0);
+}
+
+// The last block a TRIM range entry can name is 2^48 - 1: a range reaching
+// past it is refused whole before any command goes out, never cut or
+// wrapped; so is a negative range on every path.
+TEST_F(Discard, RangesTheCommandsCannotCarryAreRefusedBeforeAnythingIsSent) {
+  IOControl ata;
+  sal::xio::impl::scsi::IOControl scsi(false);
+  int status = -1, error = -1;
+  const pod::int64 limit = 1LL << 48;
+  errno = 0;
+  EXPECT_EQ(fio::ataTRIMWithoutException(ata, 3, 1, limit - 1, 2, 60, status, error), -1);
+  EXPECT_EQ(errno, EOVERFLOW);
+  errno = 0;
+  EXPECT_EQ(fio::ataOnSCSITRIMWithoutException(scsi, 3, 512, (limit - 70000) * 512, 70001LL * 512, 60, status, error),
+            -1);
+  EXPECT_EQ(errno, EOVERFLOW);
+  for (const auto& range : {std::make_pair(-512LL, 512LL), std::make_pair(0LL, -512LL)}) {
+    errno = 0;
+    EXPECT_EQ(fio::ataTRIMWithoutException(ata, 3, 512, range.first, range.second, 60, status, error), -1);
+    EXPECT_EQ(errno, EINVAL);
+    errno = 0;
+    EXPECT_EQ(fio::ataOnSCSITRIMWithoutException(scsi, 3, 512, range.first, range.second, 60, status, error), -1);
+    EXPECT_EQ(errno, EINVAL);
+    errno = 0;
+    EXPECT_EQ(fio::scsiUNMAPWithoutException(scsi, 3, 512, range.first, range.second, 60, status, error), -1);
+    EXPECT_EQ(errno, EINVAL);
+  }
+  EXPECT_TRUE(commands.empty());
+
+  // Up to the last addressable block: sent, in entries of 65535.
+  EXPECT_EQ(fio::ataTRIMWithoutException(ata, 3, 1, limit - 70000, 70000, 60, status, error), 70000);
+  ASSERT_EQ(commands.size(), 1u);
+  EXPECT_EQ(littleEndian(&commands[0].data[0], 6), static_cast<pod::uint64>(limit - 70000));
+  EXPECT_EQ(littleEndian(&commands[0].data[8], 6), static_cast<pod::uint64>(limit - 70000 + 65535));
+  EXPECT_EQ(littleEndian(&commands[0].data[14], 2), 4465u);
+}
+
+// A refused range reaches the dispatcher's handler as a write failure.
+class FailureKeeper : public sal::xio::AHandler {
+ public:
+  void on(sal::xio::i::op::Read, int, sal::xio::Request&) override {}
+  void on(sal::xio::i::op::Write, int, sal::xio::Request&) override {}
+  void on(sal::xio::AIOCompletionException&, sal::xio::Request&) override {}
+  void on(sal::xio::AIORequestException&, sal::xio::Request&) override {}
+  void on(sal::xio::AIOCancellationException&, sal::xio::Request&) override {}
+  void on(sal::xio::ReadException&, sal::xio::Request&) override {}
+  void on(sal::xio::WriteException& e, sal::xio::Request&) override { failure = e; }
+  quorel::Exception failure{"", "", sal::i::err::domain::kApplication, 0, "", 0, ""};
+};
+
+TEST_F(Discard, ARefusedTRIMReachesTheHandlerAsAWriteFailure) {
+  namespace mx = sal::xio::i::mux;
+  sal::xio::mux::Spec spec;
+  spec.set<mx::type::Sync>().set<mx::ata::trim::Enabled>();
+  sal::xio::Dispatcher dispatcher = sal::xio::Dispatcher::create(spec, 1);
+  FailureKeeper handler;
+  std::unique_ptr<sal::xio::Request> request(dispatcher.newRequestFor(&handler, sal::xio::Endpoint::open("device")));
+  request->setBlockSize(512);
+  request->submit(sal::xio::i::op::Write(), nullptr, 4096, (1LL << 48) * 512 - 512);
+  dispatcher.wait();
+  EXPECT_EQ(handler.failure.why(), "ATA TRIM failed");
+  EXPECT_EQ(handler.failure.code(), EOVERFLOW);
+  EXPECT_TRUE(commands.empty());
 }
 
 TEST(ATAPassThrough, FailedIoctlThrowsFromThePublicFormOnly) {

@@ -148,6 +148,13 @@ TEST_F(SCSIPassThrough, OperationsReportFailuresAsMinusOne) {
   EXPECT_EQ(op::op(false, io, 3, data, 512, 0, 0, false, false, 60, status, senseLength, 10), -1);
   device = Device();
   EXPECT_EQ(op::op(false, io, 3, data, 0, 512, 0, false, false, 60, status, senseLength, 10), 0);  // zero length
+  // A negative offset or count addresses no block: refused, nothing sent.
+  device = Device();
+  errno = 0;
+  EXPECT_EQ(op::op(false, io, 3, data, 512, 512, -512, false, false, 60, status, senseLength, 16), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(op::op(true, io, 3, data, -512, 512, 0, false, false, 60, status, senseLength, 16), -1);
+  EXPECT_TRUE(device.cdb.empty());
 }
 
 TEST(SCSIPassThroughFailures, AFailedIoctlThrowsFromThePublicFormOnly) {

@@ -45,10 +45,13 @@ FileOpenSpec::~FileOpenSpec() {
 
 void FileOpenSpec::open() { replace(spec_.open(name_)); }
 
+// The descriptor is forgotten before it is closed: after close() the number
+// is released whether or not the call succeeded, and may already be reused
+// by the program, so no later close (the destructor's) may touch it again.
 void FileOpenSpec::close() {
   if (id_ == i::id::kNone) return;
-  desc::fd::close(id_);
   drop();
+  desc::fd::close(previous_);
 }
 
 AOpenSpec* FileOpenSpec::cloneWith(bool inherit) const {
@@ -78,8 +81,8 @@ void DescWrapper::close() {
     return;
   }
   if (id_ == i::id::kNone) return;
-  desc::fd::close(id_);
-  drop();
+  drop();  // forgotten first, as for files
+  desc::fd::close(previous_);
 }
 
 AOpenSpec* DescWrapper::cloneWith(bool inherit) const {

@@ -106,9 +106,9 @@ namespace {
 using util::byte::storeBigEndian;
 
 // The blocks of a byte range: false (errno EINVAL) for a block size that is
-// not positive.
+// not positive or a negative offset or count, which no command addresses.
 bool blocksOf(int blockSize, pod::int64 offset, pod::int64 count, pod::uint64& first, pod::uint64& blocks) {
-  if (blockSize <= 0) {
+  if (blockSize <= 0 || offset < 0 || count < 0) {
     errno = EINVAL;
     return false;
   }
@@ -121,6 +121,19 @@ const pod::uint64 kUNMAPBlocksPerDescriptor = 0xFFFFFFFEu;
 const int kUNMAPDescriptorsPerCommand = 4095;
 const pod::uint64 kTRIMBlocksPerEntry = 65535;
 const int kTRIMEntriesPerPayload = 64;
+const pod::uint64 kTRIMAddressableBlocks = 1ULL << 48;  // an entry's LBA has 48 bits
+
+// The blocks of a TRIM range: as blocksOf, and false (errno EOVERFLOW) for a
+// range that reaches past the last block an entry can name. The whole range
+// is refused before any command goes out: no entry is ever cut or wrapped.
+bool trimBlocksOf(int blockSize, pod::int64 offset, pod::int64 count, pod::uint64& first, pod::uint64& blocks) {
+  if (!blocksOf(blockSize, offset, count, first, blocks)) return false;
+  if (blocks > 0 && (first >= kTRIMAddressableBlocks || blocks > kTRIMAddressableBlocks - first)) {
+    errno = EOVERFLOW;
+    return false;
+  }
+  return true;
+}
 
 // Fills one TRIM payload from lba on; returns the blocks it covers.
 pod::uint64 fillTRIMPayload(unsigned char* payload, pod::uint64 lba, pod::uint64 blocks) {
@@ -128,7 +141,7 @@ pod::uint64 fillTRIMPayload(unsigned char* payload, pod::uint64 lba, pod::uint64
   pod::uint64 covered = 0;
   for (int entry = 0; entry < kTRIMEntriesPerPayload && covered < blocks; ++entry) {
     const pod::uint64 n = std::min(blocks - covered, kTRIMBlocksPerEntry);
-    const pod::uint64 value = ((lba + covered) & 0xFFFFFFFFFFFFULL) | (n << 48);
+    const pod::uint64 value = (lba + covered) | (n << 48);  // lba + covered < 2^48 (trimBlocksOf)
     for (int i = 0; i < 8; ++i) payload[entry * 8 + i] = static_cast<unsigned char>(value >> (8 * i));
     covered += n;
   }
@@ -181,7 +194,7 @@ pod::int64 scsiUNMAPWithoutException(impl::scsi::IOControl& io, i::id::type id, 
 pod::int64 ataTRIMWithoutException(ata::IOControl& io, i::id::type id, int blockSize, pod::int64 offset, pod::int64 count,
                             int timeout, int& status, int& senseLength) {
   pod::uint64 first, blocks;
-  if (!blocksOf(blockSize, offset, count, first, blocks)) return -1;
+  if (!trimBlocksOf(blockSize, offset, count, first, blocks)) return -1;
   unsigned char payload[512];
   for (pod::uint64 done = 0; done < blocks;) {
     done += fillTRIMPayload(payload, first + done, blocks - done);
@@ -198,7 +211,7 @@ pod::int64 ataTRIMWithoutException(ata::IOControl& io, i::id::type id, int block
 pod::int64 ataOnSCSITRIMWithoutException(impl::scsi::IOControl& io, i::id::type id, int blockSize, pod::int64 offset,
                                   pod::int64 count, int timeout, int& status, int& senseLength) {
   pod::uint64 first, blocks;
-  if (!blocksOf(blockSize, offset, count, first, blocks)) return -1;
+  if (!trimBlocksOf(blockSize, offset, count, first, blocks)) return -1;
   unsigned char payload[512];
   for (pod::uint64 done = 0; done < blocks;) {
     done += fillTRIMPayload(payload, first + done, blocks - done);

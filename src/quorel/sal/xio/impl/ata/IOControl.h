@@ -65,18 +65,21 @@ class IOControl {
 
 namespace fio {
 
-/// Discards count bytes at byte offset in blocks of blockSize, cutting the
-/// range into as many commands as their limits need. Each returns count when
-/// every block is covered, 0 for a zero count, or -1 at the first failure
-/// (then status and senseLength hold the SCSI status and sense length, or
-/// for ATA the status and error registers; errno is EINVAL for a block size
-/// that is not positive).
+/// Discards count bytes at byte offset in blocks of blockSize, splitting the
+/// range into as many descriptors or entries, and commands, as their limits
+/// need: a long range is never cut short. Each returns count when every
+/// block is covered, 0 for a zero count, or -1 at the first failure (then
+/// status and senseLength hold the SCSI status and sense length, or for ATA
+/// the status and error registers). A range no command can carry is refused
+/// with -1 before anything is sent: errno EINVAL for a block size that is not
+/// positive or a negative offset or count, EOVERFLOW for a TRIM range that
+/// reaches past block 2^48 - 1.
 ///
 /// SCSI UNMAP: up to 4095 descriptors of at most 0xFFFFFFFE blocks per command.
 pod::int64 scsiUNMAPWithoutException(impl::scsi::IOControl& io, i::id::type id, int blockSize, pod::int64 offset,
                               pod::int64 count, int timeout, int& status, int& senseLength);
-/// ATA DATA SET MANAGEMENT (TRIM): up to 64 entries of at most 65535 blocks
-/// per 512-byte payload; directly through the ATA transport, or (SATL) as the
+/// ATA DATA SET MANAGEMENT (TRIM): up to 64 entries of at most 65535 blocks,
+/// each starting at a 48-bit LBA, per 512-byte payload; directly through the ATA transport, or (SATL) as the
 /// same task file inside a SCSI ATA PASS-THROUGH through io.
 pod::int64 ataTRIMWithoutException(ata::IOControl& io, i::id::type id, int blockSize, pod::int64 offset, pod::int64 count,
                             int timeout, int& status, int& senseLength);

@@ -44,7 +44,7 @@ void build(bool write, unsigned char* cdb, pod::uint64 lba, pod::uint32 blocks, 
 
 int op(bool write, impl::scsi::IOControl& io, i::id::type id, void* buffer, int count, int blockSize,
        pod::int64 offset, bool fua, bool protect, int timeout, int& status, int& senseLength, int cdbSize) {
-  if (blockSize <= 0) {
+  if (blockSize <= 0 || offset < 0 || count < 0) {  // no block to address
     errno = EINVAL;
     return -1;
   }
