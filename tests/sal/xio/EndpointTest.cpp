@@ -366,14 +366,19 @@ TEST(XIOFailures, DescriptorCallsThrowTheirClassesAndMessages) {
     QUOREL_EXPECT_THROW(Pipe(open::Spec(), open::Spec()), OpenException, "::pipe() failed", 2, ENFILE);
   }
   {
+    // Both fcntl failures are reported by the pair's creation itself.
+    const char* const newPair =
+        "void quorel::sal::xio::impl::popen::newPair(quorel::sal::xio::impl::desc::os::id::type&, "
+        "quorel::sal::xio::impl::desc::os::id::type&, const quorel::sal::xio::impl::open::Spec&, "
+        "const quorel::sal::xio::impl::open::Spec&)";
     test::fault::Injection fail("fcntl", EINVAL);
-    QUOREL_EXPECT_THROW(Pipe(nonblocking, open::Spec()), OpenException, "::fcntl(F_SETFL, O_NONBLOCK) failed", 2,
-                        EINVAL);
-  }
-  {
-    test::fault::Injection fail("fcntl", EINVAL, 2);  // the write end's close-on-exec
-    QUOREL_EXPECT_THROW(Pipe(open::Spec(), open::Spec()), OpenException, "::fcntl(F_SETFD, FD_CLOEXEC) failed", 2,
-                        EINVAL);
+    auto e = QUOREL_EXPECT_THROW(Pipe(nonblocking, open::Spec()), OpenException,
+                                 "::fcntl(F_SETFL, O_NONBLOCK) failed", 2, EINVAL);
+    EXPECT_STREQ(e->where(), newPair);
+    test::fault::Injection again("fcntl", EINVAL, 2);  // the write end's close-on-exec
+    e = QUOREL_EXPECT_THROW(Pipe(open::Spec(), open::Spec()), OpenException, "::fcntl(F_SETFD, FD_CLOEXEC) failed",
+                            2, EINVAL);
+    EXPECT_STREQ(e->where(), newPair);
   }
   EXPECT_EQ(test::openDescriptorCount(), descriptors);
 }

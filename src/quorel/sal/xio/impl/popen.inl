@@ -33,15 +33,17 @@ class Guard {
   int fd_;
 };
 
-void applyTo(int fd, const open::Spec& spec) {
+// Applies one end's options. Returns the message of the call that failed,
+// with errno as it left it, or nullptr: the pair's creation reports the
+// failure as its own.
+const char* applyTo(int fd, const open::Spec& spec) {
   if (spec.enabled(i::open::kNonblock) && ::fcntl(fd, F_SETFL, O_NONBLOCK) == -1) {
-    const int error = errno;
-    QUOREL_THROW(OpenException)("::fcntl(F_SETFL, O_NONBLOCK) failed", sal::i::err::domain::kSystemCall, error);
+    return "::fcntl(F_SETFL, O_NONBLOCK) failed";
   }
   if (!spec.enabled(i::open::kInherit) && ::fcntl(fd, F_SETFD, FD_CLOEXEC) == -1) {
-    const int error = errno;
-    QUOREL_THROW(OpenException)("::fcntl(F_SETFD, FD_CLOEXEC) failed", sal::i::err::domain::kSystemCall, error);
+    return "::fcntl(F_SETFD, FD_CLOEXEC) failed";
   }
+  return nullptr;
 }
 
 }  // namespace
@@ -54,8 +56,12 @@ void newPair(desc::os::id::type& readEnd, desc::os::id::type& writeEnd, const op
     QUOREL_THROW(OpenException)("::pipe() failed", sal::i::err::domain::kSystemCall, error);
   }
   Guard readGuard(ends[0]), writeGuard(ends[1]);
-  applyTo(ends[0], readSpec);
-  applyTo(ends[1], writeSpec);
+  const char* failed = applyTo(ends[0], readSpec);
+  if (failed == nullptr) failed = applyTo(ends[1], writeSpec);
+  if (failed != nullptr) {
+    const int error = errno;
+    QUOREL_THROW(OpenException)(failed, sal::i::err::domain::kSystemCall, error);
+  }
   readEnd = readGuard.release();
   writeEnd = writeGuard.release();
 }
