@@ -283,6 +283,12 @@ struct scsi {
     struct Enabled : On<kSCSIT10PI> {};
     struct Disabled : Off<kSCSIT10PI> {};
   };
+  /// The size of the READ/WRITE command blocks. The 10-byte form (rw10, the
+  /// default) carries only the low 32 bits of the LBA and the low 16 bits of
+  /// the block count, with no range check: a request at block 2^32 or beyond,
+  /// or of more than 65535 blocks, reaches other blocks than asked (the LBA and
+  /// the count wrap). Choose rw16 (64-bit LBA, 32-bit count) or rw32 whenever
+  /// the device has 2^32 blocks or more or a request may exceed 65535 blocks.
   struct rw10 : Tag<kSCSICDBSize, 0> {};  // the default
   struct rw16 : Tag<kSCSICDBSize, 1> {};
   struct rw32 : Tag<kSCSICDBSize, 2> {};
