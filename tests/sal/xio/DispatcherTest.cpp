@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <scsi/sg.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -243,13 +244,20 @@ TEST(SyncDispatcher, ReadsAndWritesAtOffsetsShortAtTheEndOfTheFile) {
   request->submit();
   dispatcher.wait();
   EXPECT_EQ(std::string(buffer, 4), "ghXY");
-  request->submit(i::op::Read(), buffer, 8, 100);  // past the end
+  // Count and offset alone: each operation keeps the buffer it was last armed with.
+  request->submit(i::op::Write(), op::Spec(1, 0));  // "X"
+  dispatcher.wait();
+  request->setFor(i::op::Read(), op::Spec(3, 0));
+  request->submit();
+  dispatcher.wait();
+  EXPECT_EQ(std::string(buffer, 3), "Xbc");
+  request->submit(i::op::Read(), op::Spec(8, 100));  // past the end
   dispatcher.wait();
 
-  ASSERT_EQ(handler.events.size(), 4u);
-  const int expected[] = {3, 2, 4, 0};
-  const char* slots[] = {"read", "write", "read", "read"};
-  for (int n = 0; n < 4; ++n) {
+  ASSERT_EQ(handler.events.size(), 6u);
+  const int expected[] = {3, 2, 4, 1, 3, 0};
+  const char* slots[] = {"read", "write", "read", "write", "read", "read"};
+  for (int n = 0; n < 6; ++n) {
     EXPECT_EQ(handler.events[n].slot, slots[n]);
     EXPECT_EQ(handler.events[n].result, expected[n]);
     EXPECT_EQ(handler.events[n].id, 7u);
@@ -595,22 +603,73 @@ TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData
   }
 }
 
-TEST(AsyncDispatcher, AMisalignedDirectReadCompletesWithTheErrorNumber) {
+TEST(AsyncDispatcher, MisalignedDirectRequestsCompleteWithTheErrorNumber) {
   ScratchFile file;
   file.fill(std::string(8192, 'x'));
   Endpoint endpoint;
   std::string why;
-  if (!directEndpoint(file, true, false, endpoint, why)) GTEST_SKIP() << why;
+  if (!directEndpoint(file, true, true, endpoint, why)) GTEST_SKIP() << why;
   Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
   Recorder handler;
   std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
   Aligned buffer(8192);
-  ASSERT_TRUE(request->submit(i::op::Read(), buffer.data + 1, 4096, 0));
-  EXPECT_EQ(dispatcher.pending(), 1);
-  dispatcher.wait();
-  EXPECT_EQ(dispatcher.pending(), 0);
-  expectFailure<AIOCompletionException>(handler.events, "completion-failed", "error in read completion", kSystemCall,
-                                        EINVAL);
+  for (bool write : {false, true}) {
+    handler.events.clear();
+    if (write) {
+      ASSERT_TRUE(request->submit(i::op::Write(), buffer.data + 1, 4096, 0));
+    } else {
+      ASSERT_TRUE(request->submit(i::op::Read(), buffer.data + 1, 4096, 0));
+    }
+    EXPECT_EQ(dispatcher.pending(), 1);
+    dispatcher.wait();
+    EXPECT_EQ(dispatcher.pending(), 0);
+    expectFailure<AIOCompletionException>(handler.events, "completion-failed",
+                                          write ? "error in write completion" : "error in read completion",
+                                          kSystemCall, EINVAL);
+  }
+}
+
+// Offsets beyond 32 bits reach the file unchanged through either dispatcher
+// (a sparse file: nothing below the offset is written).
+TEST(Dispatchers, OffsetsAbove4GiBReachTheFile) {
+  const long long kFiveGiB = 5LL << 30;
+  ScratchFile file;
+  Endpoint endpoint = file.open(true, true);
+  int fd = -1;
+  for (bool async : {false, true}) {
+    SCOPED_TRACE(async ? "Async" : "Sync");
+    Dispatcher dispatcher = Dispatcher::create(async ? asyncSpec() : syncSpec(), 4);
+    Recorder handler;
+    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
+    const long long at = kFiveGiB + (async ? 12295 : 4099);
+    char text[] = "beyond four gibibytes";
+    const int length = static_cast<int>(sizeof text - 1);
+    request->submit(i::op::Write(), text, length, at);
+    dispatcher.wait();
+    request->submit(i::op::Write(), op::Spec(6, at + 4096));  // the same buffer, 4 KiB further
+    dispatcher.wait();
+    char back[sizeof text] = {};
+    fd = static_cast<int>(endpoint.id());
+    ASSERT_EQ(::pread64(fd, back, length, at), length);
+    EXPECT_EQ(std::string(back, length), text);
+    ASSERT_EQ(::pread64(fd, back, 6, at + 4096), 6);
+    EXPECT_EQ(std::string(back, 6), "beyond");
+    ASSERT_EQ(::pread64(fd, back, 4, at - 4), 4);
+    EXPECT_EQ(std::string(back, 4), std::string(4, '\0'));
+
+    std::memset(back, 0, sizeof back);
+    request->submit(i::op::Read(), back + 1, 4, at + 7);
+    dispatcher.wait();
+    EXPECT_EQ(std::string(back + 1, 4), "four");
+    ASSERT_EQ(handler.events.size(), 3u);
+    EXPECT_EQ(handler.events[0].result, length);
+    EXPECT_EQ(handler.events[1].result, 6);
+    EXPECT_EQ(handler.events[2].result, 4);
+  }
+  struct stat64 status;
+  ASSERT_EQ(::fstat64(fd, &status), 0);
+  EXPECT_EQ(status.st_size, kFiveGiB + 12295 + 4096 + 6);
+  EXPECT_LT(status.st_blocks, 1024);  // sparse
 }
 
 TEST(AsyncDispatcher, ARefusedSubmissionReachesItsSlotAndLeavesNothingPending) {

@@ -69,7 +69,8 @@ class Spec {
 }  // namespace mux
 
 namespace op {
-/// The count and the 64-bit offset for a buffer given beside it.
+/// The count and the 64-bit offset for a buffer given beside it, or for the
+/// buffer a request's operation already holds.
 struct Spec {
   Spec(int bytes, long long at) : count(bytes), offset(at) {}
   int count;
@@ -130,6 +131,11 @@ class Request {
   }
   void setFor(i::op::Read op, void* buffer, const op::Spec& spec) { setFor(op, buffer, spec.count, spec.offset); }
   void setFor(i::op::Write op, void* buffer, const op::Spec& spec) { setFor(op, buffer, spec.count, spec.offset); }
+  /// Re-arm with a new count and offset, keeping the buffer this operation
+  /// was last armed with (none before the first: fine for UNMAP and TRIM,
+  /// which move no data).
+  void setFor(i::op::Read op, const op::Spec& spec);
+  void setFor(i::op::Write op, const op::Spec& spec);
 
   /// Queues the armed operation. False when the dispatcher refused it at once
   /// (the handler has been told). Throws xio::Exception "the request is not
@@ -148,6 +154,9 @@ class Request {
   bool submit(i::op::Write op, void* buffer, const op::Spec& spec) {
     return submit(op, buffer, spec.count, spec.offset);
   }
+  /// Re-arm with a new count and offset, keeping the buffer, and queue.
+  bool submit(i::op::Read op, const op::Spec& spec);
+  bool submit(i::op::Write op, const op::Spec& spec);
 
   const impl::Request& key() const { return handle_.reference(); }
 
