@@ -817,6 +817,45 @@ TEST(AsyncDispatcher, InterruptFromTheOwnerDoesNothingAndFromAnotherThreadEndsTh
   EXPECT_NE(now.sa_handler, SIG_DFL);  // a handler that does nothing
 }
 
+// Whether each signal is blocked in the calling thread (signal n at n - 1).
+std::vector<int> currentMask() {
+  sigset_t mask;
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  std::vector<int> blocked;
+  for (int signal = 1; signal < NSIG; ++signal) blocked.push_back(sigismember(&mask, signal));
+  return blocked;
+}
+
+TEST(AsyncDispatcher, LocksNestAndOnlyTheOwnerUnlocks) {
+  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 1);
+  const std::vector<int> before = currentMask();
+  ASSERT_EQ(before[SIGTERM - 1], 0);
+  dispatcher.lock();
+  dispatcher.lock();
+  std::thread([&dispatcher] {
+    sigset_t none;
+    sigemptyset(&none);
+    ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
+    const std::vector<int> mine = currentMask();
+    dispatcher.unlock();  // not the owner: nothing happens
+    EXPECT_EQ(currentMask(), mine);
+  }).join();
+  dispatcher.unlock();
+  std::vector<int> locked = currentMask();
+  EXPECT_EQ(locked[SIGTERM - 1], 1);
+  EXPECT_EQ(locked[SIGUSR1 - 1], 1);
+  EXPECT_EQ(locked[SIGABRT - 1], 0);
+  dispatcher.unlock();
+  EXPECT_EQ(currentMask(), before);
+  dispatcher.unlock();  // no longer locked
+  EXPECT_EQ(currentMask(), before);
+
+  dispatcher.lock();  // locks again after a balanced pair
+  EXPECT_EQ(currentMask()[SIGTERM - 1], 1);
+  dispatcher.unlock();
+  EXPECT_EQ(currentMask(), before);
+}
+
 TEST(AsyncDispatcher, AProgramsOwnInterruptHandlerIsKept) {
   KeepSignal6 keep;
   static std::atomic<int> caught(0);

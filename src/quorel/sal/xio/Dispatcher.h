@@ -205,7 +205,10 @@ class Dispatcher {
   /// Ends the owner's wait from another thread; nothing from the owner.
   void interrupt() { handle_->interrupt(); }
   /// Makes the calling thread the owner and blocks every signal in it but the
-  /// interrupt signal; unlock() restores the mask lock() replaced.
+  /// interrupt signal. The owner's calls nest: its last unlock() restores the
+  /// mask its first lock() replaced. unlock() on any other thread, or when
+  /// not locked, does nothing. Throws AIOException "::pthread_sigmask()
+  /// failed" when the mask cannot be set (nothing changes then).
   void lock() { handle_->lock(); }
   void unlock() { handle_->unlock(); }
 

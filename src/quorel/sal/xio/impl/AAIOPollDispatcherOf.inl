@@ -24,8 +24,8 @@ class APOSIXAIODispatcherOf {
   static const int kInterruptSignal = SIGABRT;  // 6
 
   explicit APOSIXAIODispatcherOf(const mux::Spec& spec)
-      : owner_(::pthread_self()), signal_(kInterruptSignal), spec_(spec), inFlight_(0), held_(0),
-        locked_(false), interrupted_(false) {
+      : owner_(::pthread_self()), signal_(kInterruptSignal), spec_(spec), inFlight_(0), held_(0), locks_(0),
+        interrupted_(false) {
     sigfillset(&signalSet_);
     sigdelset(&signalSet_, signal_);
   }
@@ -34,18 +34,27 @@ class APOSIXAIODispatcherOf {
   int pending() const { return inFlight_ + held_; }
 
   // The calling thread becomes the owner and lets only the interrupt signal
-  // through.
+  // through. The owner's calls nest: only the first replaces its mask. A
+  // lock() on another thread takes the dispatcher over, mask and all.
   void lock() {
-    owner_ = ::pthread_self();
+    const pthread_t self = ::pthread_self();
+    if (locks_ > 0 && ::pthread_equal(self, owner_)) {
+      ++locks_;
+      return;
+    }
     aio::setMask(signalSet_, previousMask_);
-    locked_ = true;
+    owner_ = self;
+    locks_ = 1;
   }
-  // Restores the mask that lock() replaced (call it on the thread that locked).
+  // The owner's last unlock() restores the mask its first lock() replaced;
+  // on any other thread, or when not locked, nothing happens.
   void unlock() {
-    if (!locked_) return;
-    sigset_t replaced;
-    aio::setMask(previousMask_, replaced);
-    locked_ = false;
+    if (locks_ == 0 || !::pthread_equal(::pthread_self(), owner_)) return;
+    if (locks_ == 1) {
+      sigset_t replaced;
+      aio::setMask(previousMask_, replaced);
+    }
+    --locks_;
   }
 
   void interrupt() {
@@ -67,8 +76,8 @@ class APOSIXAIODispatcherOf {
   mux::Spec spec_;
   int inFlight_;  // in the kernel
   int held_;      // held here: count -1, completed with -666
-  sigset_t previousMask_;
-  bool locked_;
+  sigset_t previousMask_;  // the owner's, before its first lock()
+  int locks_;              // the owner's lock() calls not yet undone
   std::atomic<bool> interrupted_;
 };
 
