@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -58,16 +59,28 @@ class Recorder : public AHandler {
   void on(WriteException& e, Request& request) override { fail("write-failed", e, request); }
 
   std::vector<Event> events;
+  std::function<void(Request&)> then;  // runs after each event is recorded
 
  private:
   void add(const char* slot, int result, Request& request) {
     events.push_back({slot, result, request.id(), &request, nullptr, nullptr});
+    if (then) then(request);
   }
   template <class E>
   void fail(const char* slot, E& e, Request& request) {
     events.push_back({slot, 0, request.id(), &request, &typeid(e), std::make_shared<E>(e)});
+    if (then) then(request);
   }
 };
+
+// How often each request id appears among the events.
+std::vector<int> countsByID(const std::vector<Event>& events, size_t ids) {
+  std::vector<int> counts(ids, 0);
+  for (const Event& event : events) {
+    if (event.id < ids) ++counts[event.id];
+  }
+  return counts;
+}
 
 // Checks that the one event is a failure of class E in slot with these fields.
 template <class E>
@@ -197,9 +210,12 @@ TEST(Dispatcher, OnlySyncAndAsyncTypesAndAPositiveDepthCreateADispatcher) {
   EXPECT_THROW(none.wait(), NULLDereferenceException);
 }
 
+// What the throwing handlers of these tests throw.
+struct Thrown {};
+
 // ---------------------------------------------------------------- synchronous
 
-TEST(SyncDispatcher, MisuseIsRefusedWithItsMessages) {
+TEST(SyncDispatcher, MisuseIsRefusedAndAThrowingHandlerLeavesNothingPending) {
   ScratchFile file;
   file.fill("0123456789");
   Dispatcher dispatcher = Dispatcher::create(syncSpec(), 1);
@@ -223,6 +239,17 @@ TEST(SyncDispatcher, MisuseIsRefusedWithItsMessages) {
   dispatcher.lock();  // nothing to do for the synchronous kind
   dispatcher.interrupt();
   dispatcher.unlock();
+
+  // The handler's exception leaves wait(); the dispatcher takes the next request.
+  handler.then = [](Request&) { throw Thrown(); };
+  request->submit(i::op::Read(), buffer, 4, 0);
+  EXPECT_THROW(dispatcher.wait(), Thrown);
+  EXPECT_EQ(dispatcher.pending(), 0);
+  handler.then = nullptr;
+  EXPECT_TRUE(request->submit(i::op::Read(), buffer, 2, 8));
+  dispatcher.wait();
+  ASSERT_EQ(handler.events.size(), 3u);
+  EXPECT_EQ(handler.events[2].result, 2);
 }
 
 TEST(SyncDispatcher, ReadsAndWritesAtOffsetsShortAtTheEndOfTheFile) {
@@ -731,6 +758,67 @@ TEST(AsyncDispatcher, HeldRequestsCompleteWithTheSentinelAndWaitForSkipsTheKerne
   EXPECT_EQ(handler.events[0].result, -666);  // held ones go first
   EXPECT_EQ(handler.events[1].result, 3);
   EXPECT_EQ(std::string(buffer, 3), "def");
+}
+
+TEST(AsyncDispatcher, AThrowingHandlerLeavesEveryOtherRequestToCompleteOnce) {
+  ScratchFile file;
+  file.fill("abcdefghijklmnopqrst");
+  Endpoint endpoint = file.open(true, false);
+  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 8);
+  Recorder handler;
+  std::vector<std::unique_ptr<Request>> requests;
+  for (unsigned int n = 0; n < 5; ++n) {
+    requests.emplace_back(dispatcher.newRequestFor(&handler, endpoint));
+    requests.back()->setID(n);
+  }
+  char buffers[5][4];
+  const auto read = [&](unsigned int n) {
+    ASSERT_TRUE(requests[n]->submit(i::op::Read(), buffers[n], 4, 4 * n));
+  };
+  const auto readBack = [&](unsigned int n) { return std::string(buffers[n], 4); };
+
+  // Held requests: the second one's handler throws; a request held after
+  // that joins the next wait, and each completes once.
+  int throws = 1;
+  handler.then = [&throws](Request& request) {
+    if (request.id() == 1 && throws-- > 0) throw Thrown();
+  };
+  for (unsigned int n = 0; n < 3; ++n) requests[n]->submit(i::op::Read(), nullptr, -1, 0);
+  EXPECT_THROW(dispatcher.wait(), Thrown);
+  EXPECT_EQ(dispatcher.pending(), 1);
+  requests[3]->submit(i::op::Write(), nullptr, -1, 0);
+  dispatcher.wait();
+  EXPECT_EQ(dispatcher.pending(), 0);
+  EXPECT_EQ(countsByID(handler.events, 5), (std::vector<int>{1, 1, 1, 1, 0}));
+
+  // Events taken from the kernel together: the first handler throws, the
+  // other two complete at the next wait without the kernel.
+  handler.events.clear();
+  handler.then = [&handler](Request&) {
+    if (handler.events.size() == 1) throw Thrown();
+  };
+  for (unsigned int n = 0; n < 3; ++n) read(n);
+  EXPECT_THROW(dispatcher.wait(), Thrown);
+  EXPECT_EQ(dispatcher.pending(), 2);
+  dispatcher.waitFor(0);
+  ASSERT_EQ(dispatcher.pending(), 0);
+  EXPECT_EQ(countsByID(handler.events, 5), (std::vector<int>{1, 1, 1, 0, 0}));
+  EXPECT_EQ(readBack(0) + readBack(1) + readBack(2), "abcdefghijkl");
+
+  // A handler that waits: its wait completes what the outer one had taken
+  // and what it takes itself; each request once.
+  handler.events.clear();
+  handler.then = [&](Request& request) {
+    if (request.id() != 0) return;
+    read(3);
+    read(4);
+    dispatcher.wait();
+  };
+  for (unsigned int n = 0; n < 3; ++n) read(n);
+  dispatcher.wait();
+  EXPECT_EQ(dispatcher.pending(), 0);
+  EXPECT_EQ(countsByID(handler.events, 5), (std::vector<int>{1, 1, 1, 1, 1}));
+  EXPECT_EQ(readBack(3) + readBack(4), "mnopqrst");
 }
 
 TEST(AsyncDispatcher, WaitForReturnsAfterItsTimeWhenTheKernelCompletesNothing) {

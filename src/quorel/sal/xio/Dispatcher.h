@@ -79,8 +79,9 @@ struct Spec {
 }  // namespace op
 
 /// Receives the completions and failures of requests. Each event names the
-/// request it belongs to (the object newRequestFor returned). Exceptions are
-/// passed by reference, never thrown out of wait().
+/// request it belongs to (the object newRequestFor returned). Failures are
+/// passed by reference, never thrown out of wait(); what a handler throws
+/// itself does leave wait() (see Dispatcher).
 class AHandler {
  public:
   virtual ~AHandler();
@@ -181,6 +182,10 @@ class Request {
 /// ends it: it restores the default before raising again). A handler the
 /// program installed itself is left alone; it runs on each interrupt and must
 /// return. An interrupt that arrives when the owner is not waiting is lost.
+///
+/// A handler may throw: the exception leaves wait() or waitFor(), and the
+/// requests not completed yet stay pending for the next one. A handler may
+/// also wait on its own dispatcher.
 class Dispatcher {
  public:
   Dispatcher() = default;

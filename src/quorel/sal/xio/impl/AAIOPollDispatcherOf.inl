@@ -92,7 +92,8 @@ class AAIOPollDispatcherOf : public APOSIXAIODispatcherOf<R> {
   // Sets up a kernel context of depth requests (io_setup's result is not
   // examined: without a context every submission fails, and the handler is
   // told).
-  AAIOPollDispatcherOf(const mux::Spec& spec, int depth) : Base(spec), context_(0), inWait_(false) {
+  AAIOPollDispatcherOf(const mux::Spec& spec, int depth)
+      : Base(spec), context_(0), inWait_(false), next_(0), taken_(0), round_(0) {
     aio::setup(static_cast<unsigned int>(depth), &context_);
     heldList_.reserve(16);
     dispatching_.reserve(16);
@@ -105,8 +106,8 @@ class AAIOPollDispatcherOf : public APOSIXAIODispatcherOf<R> {
 
   bool queue(R& request) {
     if (request.noTransfer()) {
-      ++this->held_;
       heldList_.push_back(&request);
+      ++this->held_;
       return true;
     }
     iocb* block = &request.current->block;
@@ -124,31 +125,33 @@ class AAIOPollDispatcherOf : public APOSIXAIODispatcherOf<R> {
   }
 
   // Completes requests until none is outstanding, or until io_getevents
-  // fails (an interrupt).
+  // fails (an interrupt). What a handler throws leaves wait() at once; the
+  // requests not yet completed stay counted and complete in the next wait.
   void wait() {
     InWait scope(inWait_);
     this->forgetInterrupts();
     while (this->inFlight_ + this->held_ >= 1) {
       dispatchHeld();
+      dispatchCollected();
       if (this->inFlight_ == 0) continue;
-      if (this->interrupted()) break;
-      const int collected = aio::getEvents(context_, 1, kEvents, events_, nullptr);
-      if (collected < 0) break;
-      dispatch(collected);
+      if (collect(nullptr) < 0) break;
+      dispatchCollected();
     }
   }
 
-  // Completes the held requests, then makes one collection of at most the
-  // given time if anything is in the kernel.
+  // Completes the held requests (and the events a throwing handler left),
+  // then makes one collection of at most the given time if anything is in
+  // the kernel.
   void waitFor(unsigned long long milliseconds) {
     InWait scope(inWait_);
+    this->forgetInterrupts();
     timespec timeout;
     const unsigned long long kLongest = 2147483647000ULL;  // what a 32-bit time_t holds
     sys::time::milli::to(timeout, static_cast<long long>(milliseconds < kLongest ? milliseconds : kLongest));
     dispatchHeld();
+    dispatchCollected();
     if (this->inFlight_ == 0) return;
-    const int collected = aio::getEvents(context_, 1, kEvents, events_, &timeout);
-    if (collected > 0) dispatch(collected);
+    if (collect(&timeout) > 0) dispatchCollected();
   }
 
   // Requests are performed by queue() itself; their contexts complete here.
@@ -174,6 +177,8 @@ class AAIOPollDispatcherOf : public APOSIXAIODispatcherOf<R> {
     bool previous_;
   };
 
+  // Counts the request done before its handler runs, so that the counts
+  // hold whatever the handler does.
   template <class Op>
   static void complete(R& r, Op op, int result, const char* why) {
     AAIOPollDispatcherOf& d = Using::of(r);
@@ -192,18 +197,41 @@ class AAIOPollDispatcherOf : public APOSIXAIODispatcherOf<R> {
     r.handler().on(op, result, r.origin());
   }
 
-  // Completes the held requests in the order they came; requests held by
-  // their handlers meanwhile wait for the next round.
+  // Completes the held requests in the order they came, a round at a time:
+  // requests held by their handlers meanwhile wait for the next round. The
+  // round and its position belong to the dispatcher, and each request is
+  // passed before its handler runs, so that a handler that throws leaves the
+  // rest of the round to the next wait, and one that waits shares the round.
   void dispatchHeld() {
-    if (heldList_.empty()) return;
-    dispatching_.swap(heldList_);
-    for (R* r : dispatching_) r->current->complete(*r, kHeldResult);
-    dispatching_.clear();
+    if (round_ == dispatching_.size()) {
+      if (heldList_.empty()) return;
+      dispatching_.clear();
+      dispatching_.swap(heldList_);
+      round_ = 0;
+    }
+    while (round_ < dispatching_.size()) {
+      R& r = *dispatching_[round_++];
+      r.current->complete(r, kHeldResult);
+    }
   }
 
-  void dispatch(int collected) {
-    for (int n = 0; n < collected; ++n) {
-      const io_event& event = events_[n];
+  // One io_getevents into the event array, which must hold nothing
+  // undispatched: the events collected, or -1 when the call failed or an
+  // interrupt ended it.
+  int collect(timespec* timeout) {
+    const int collected = this->interrupted() ? -1 : aio::getEvents(context_, 1, kEvents, events_, timeout);
+    next_ = 0;
+    taken_ = collected > 0 ? collected : 0;
+    return collected;
+  }
+
+  // Completes the collected events not yet dispatched, in order, each passed
+  // before its handler runs: after a handler throws, the rest wait in the
+  // array for the next wait; a handler that waits completes them in its own
+  // wait, which refills the array only once they are all done.
+  void dispatchCollected() {
+    while (next_ < taken_) {
+      const io_event& event = events_[next_++];
       R& r = *reinterpret_cast<R*>(static_cast<pod::uintptr>(event.data));
       Context& context = reinterpret_cast<iocb*>(static_cast<pod::uintptr>(event.obj)) == &r.read.block ? r.read
                                                                                                       : r.write;
@@ -214,8 +242,11 @@ class AAIOPollDispatcherOf : public APOSIXAIODispatcherOf<R> {
   aio_context_t context_;
   bool inWait_;
   io_event events_[kEvents];
+  int next_;   // the first collected event not yet dispatched
+  int taken_;  // the events the last collection took
   std::vector<R*> heldList_;
-  std::vector<R*> dispatching_;
+  std::vector<R*> dispatching_;  // the round of held requests being completed
+  size_t round_;                 // the first of the round not yet completed
 };
 
 }  // namespace impl
