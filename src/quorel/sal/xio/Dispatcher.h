@@ -176,12 +176,15 @@ class Request {
 ///
 /// A dispatcher belongs to the thread that created it or last called lock().
 /// Only interrupt() may be called from other threads: it sends signal 6
-/// (SIGABRT) to the owner, which ends a wait() in progress. While that signal
-/// is at its default or ignored disposition, interrupt() first installs a
-/// handler that does nothing, so the process keeps running (abort() still
-/// ends it: it restores the default before raising again). A handler the
-/// program installed itself is left alone; it runs on each interrupt and must
-/// return. An interrupt that arrives when the owner is not waiting is lost.
+/// (SIGABRT) to the owner, which ends a wait() or waitFor() in progress, also
+/// one about to enter the kernel. While that signal is at its default or
+/// ignored disposition, interrupt() first installs the dispatchers' handler,
+/// which does nothing outside a wait, so the process keeps running (abort()
+/// still ends it: it restores the default before raising again). A handler
+/// the program installed itself is left alone; it runs on each interrupt and
+/// must return, and an interrupt that lands in the instant before the wait
+/// enters the kernel then waits for the next completion. An interrupt that
+/// arrives when the owner is not waiting is lost.
 ///
 /// A handler may throw: the exception leaves wait() or waitFor(), and the
 /// requests not completed yet stay pending for the next one. A handler may

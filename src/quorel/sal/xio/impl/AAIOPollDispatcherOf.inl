@@ -217,9 +217,10 @@ class AAIOPollDispatcherOf : public APOSIXAIODispatcherOf<R> {
 
   // One io_getevents into the event array, which must hold nothing
   // undispatched: the events collected, or -1 when the call failed or an
-  // interrupt ended it.
+  // interrupt ended it (before or in the kernel).
   int collect(timespec* timeout) {
-    const int collected = this->interrupted() ? -1 : aio::getEvents(context_, 1, kEvents, events_, timeout);
+    const int collected = aio::getEventsUnlessInterrupted(context_, kEvents, events_, timeout, window_,
+                                                          [this] { return this->interrupted(); });
     next_ = 0;
     taken_ = collected > 0 ? collected : 0;
     return collected;
@@ -244,6 +245,7 @@ class AAIOPollDispatcherOf : public APOSIXAIODispatcherOf<R> {
   io_event events_[kEvents];
   int next_;   // the first collected event not yet dispatched
   int taken_;  // the events the last collection took
+  aio::Window window_;
   std::vector<R*> heldList_;
   std::vector<R*> dispatching_;  // the round of held requests being completed
   size_t round_;                 // the first of the round not yet completed
