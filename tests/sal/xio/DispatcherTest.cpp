@@ -791,8 +791,9 @@ TEST(AsyncDispatcher, AThrowingHandlerLeavesEveryOtherRequestToCompleteOnce) {
   EXPECT_EQ(dispatcher.pending(), 0);
   EXPECT_EQ(countsByID(handler.events, 5), (std::vector<int>{1, 1, 1, 1, 0}));
 
-  // Events taken from the kernel together: the first handler throws, the
-  // other two complete at the next wait without the kernel.
+  // Events taken from the kernel together: the first handler throws; the
+  // other two, no longer in the kernel, complete at the next wait, even one
+  // that gives the kernel no time.
   handler.events.clear();
   handler.then = [&handler](Request&) {
     if (handler.events.size() == 1) throw Thrown();
@@ -852,31 +853,59 @@ struct KeepSignal6 {
 };
 }  // namespace
 
+// Whether each signal is blocked in the calling thread (signal n at n - 1).
+std::vector<int> currentMask() {
+  sigset_t mask;
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  std::vector<int> blocked;
+  for (int signal = 1; signal < NSIG; ++signal) blocked.push_back(sigismember(&mask, signal));
+  return blocked;
+}
+
 // Stand-in for the kernel's AIO calls of the interrupt tests: io_submit
 // keeps a request in flight for ever; io_getevents passes through, after
 // noting that the owner is about to enter the kernel. Once armed, the next
-// io_getevents first has another thread interrupt the owner while the signal
-// is blocked, then unblocks it: the signal is handled on the way back from
-// that call, after the owner's last look at its flag and before the kernel
-// waits.
+// io_getevents lands an interrupt from another thread in front of the
+// kernel, or (completing) hands the request's completion over and lands the
+// interrupt on the way back.
 namespace interruptible {
 Dispatcher* owner = nullptr;
+iocb* submitted = nullptr;
 std::atomic<bool> landBeforeTheKernel(false);
+std::atomic<bool> completing(false);
 std::atomic<bool> enteringTheKernel(false);
 std::atomic<bool> blockedForEver(false);
 
+// Has another thread interrupt the owner while the signal is blocked, then
+// unblocks it: the signal is handled on the way back from that call.
+void interruptHere() {
+  sigset_t interrupt;
+  sigemptyset(&interrupt);
+  sigaddset(&interrupt, SIGABRT);
+  ::pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
+  {
+    std::thread other([] { owner->interrupt(); });
+    other.join();
+  }
+  ::pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+}
+
 long aioCalls(long number, long a, long b, long c, long d, long e, long f) {
-  if (number == SYS_io_submit) return 1;
+  if (number == SYS_io_submit) {
+    submitted = reinterpret_cast<iocb**>(c)[0];
+    return 1;
+  }
+  if (number == SYS_io_getevents && completing.exchange(false)) {
+    io_event* events = reinterpret_cast<io_event*>(d);
+    events[0].data = submitted->aio_data;
+    events[0].obj = reinterpret_cast<pod::uintptr>(submitted);
+    events[0].res = 3;
+    events[0].res2 = 0;
+    interruptHere();
+    return 1;
+  }
   if (number == SYS_io_getevents && landBeforeTheKernel.exchange(false)) {
-    sigset_t interrupt;
-    sigemptyset(&interrupt);
-    sigaddset(&interrupt, SIGABRT);
-    ::pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
-    {
-      std::thread other([] { owner->interrupt(); });
-      other.join();
-    }
-    ::pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+    interruptHere();
     // Still here: io_getevents would now wait for a completion that never comes.
     const timespec* timeout = reinterpret_cast<const timespec*>(e);
     if (timeout == nullptr || timeout->tv_sec != 0 || timeout->tv_nsec != 0) {
@@ -913,6 +942,7 @@ TEST(AsyncDispatcher, OneInterruptFromAnotherThreadEndsTheWaitWhereverItLands) {
   char buffer[3];
   ASSERT_TRUE(request->submit(i::op::Read(), buffer, 3, 0));
   dispatcher.lock();
+  const std::vector<int> locked = currentMask();
 
   // Landing in front of the kernel, in wait() and in waitFor().
   for (bool timed : {false, true}) {
@@ -925,6 +955,7 @@ TEST(AsyncDispatcher, OneInterruptFromAnotherThreadEndsTheWaitWhereverItLands) {
       dispatcher.wait();
     }
     EXPECT_FALSE(interruptible::blockedForEver);
+    ASSERT_EQ(currentMask(), locked);  // as lock() set it: the next interrupt gets through
   }
 
   // Landing while the owner waits in the kernel (or just before).
@@ -935,26 +966,20 @@ TEST(AsyncDispatcher, OneInterruptFromAnotherThreadEndsTheWaitWhereverItLands) {
   });
   dispatcher.wait();
   interrupter.join();
-
   EXPECT_EQ(dispatcher.pending(), 1);
   EXPECT_TRUE(handler.events.empty());
+
+  // Landing as io_getevents returns with a completion: it is not lost.
+  interruptible::completing = true;
+  dispatcher.wait();
+  EXPECT_EQ(dispatcher.pending(), 0);
+  ASSERT_EQ(handler.events.size(), 1u);
+  EXPECT_EQ(handler.events[0].result, 3);
+
   ::sigaction(SIGABRT, nullptr, &now);
   EXPECT_NE(now.sa_handler, SIG_DFL);  // the dispatcher's own handler
-  // The interrupted waits left the owner's mask as lock() set it.
-  sigset_t mask;
-  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-  EXPECT_EQ(sigismember(&mask, SIGABRT), 0);
-  EXPECT_EQ(sigismember(&mask, SIGTERM), 1);
+  EXPECT_EQ(currentMask(), locked);
   dispatcher.unlock();
-}
-
-// Whether each signal is blocked in the calling thread (signal n at n - 1).
-std::vector<int> currentMask() {
-  sigset_t mask;
-  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-  std::vector<int> blocked;
-  for (int signal = 1; signal < NSIG; ++signal) blocked.push_back(sigismember(&mask, signal));
-  return blocked;
 }
 
 TEST(AsyncDispatcher, LocksNestAndOnlyTheOwnerUnlocks) {
