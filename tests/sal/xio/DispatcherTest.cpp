@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <scsi/sg.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -57,16 +59,28 @@ class Recorder : public AHandler {
   void on(WriteException& e, Request& request) override { fail("write-failed", e, request); }
 
   std::vector<Event> events;
+  std::function<void(Request&)> then;  // runs after each event is recorded
 
  private:
   void add(const char* slot, int result, Request& request) {
     events.push_back({slot, result, request.id(), &request, nullptr, nullptr});
+    if (then) then(request);
   }
   template <class E>
   void fail(const char* slot, E& e, Request& request) {
     events.push_back({slot, 0, request.id(), &request, &typeid(e), std::make_shared<E>(e)});
+    if (then) then(request);
   }
 };
+
+// How often each request id appears among the events.
+std::vector<int> countsByID(const std::vector<Event>& events, size_t ids) {
+  std::vector<int> counts(ids, 0);
+  for (const Event& event : events) {
+    if (event.id < ids) ++counts[event.id];
+  }
+  return counts;
+}
 
 // Checks that the one event is a failure of class E in slot with these fields.
 template <class E>
@@ -196,9 +210,12 @@ TEST(Dispatcher, OnlySyncAndAsyncTypesAndAPositiveDepthCreateADispatcher) {
   EXPECT_THROW(none.wait(), NULLDereferenceException);
 }
 
+// What the throwing handlers of these tests throw.
+struct Thrown {};
+
 // ---------------------------------------------------------------- synchronous
 
-TEST(SyncDispatcher, MisuseIsRefusedWithItsMessages) {
+TEST(SyncDispatcher, MisuseIsRefusedAndAThrowingHandlerLeavesNothingPending) {
   ScratchFile file;
   file.fill("0123456789");
   Dispatcher dispatcher = Dispatcher::create(syncSpec(), 1);
@@ -222,6 +239,17 @@ TEST(SyncDispatcher, MisuseIsRefusedWithItsMessages) {
   dispatcher.lock();  // nothing to do for the synchronous kind
   dispatcher.interrupt();
   dispatcher.unlock();
+
+  // The handler's exception leaves wait(); the dispatcher takes the next request.
+  handler.then = [](Request&) { throw Thrown(); };
+  request->submit(i::op::Read(), buffer, 4, 0);
+  EXPECT_THROW(dispatcher.wait(), Thrown);
+  EXPECT_EQ(dispatcher.pending(), 0);
+  handler.then = nullptr;
+  EXPECT_TRUE(request->submit(i::op::Read(), buffer, 2, 8));
+  dispatcher.wait();
+  ASSERT_EQ(handler.events.size(), 3u);
+  EXPECT_EQ(handler.events[2].result, 2);
 }
 
 TEST(SyncDispatcher, ReadsAndWritesAtOffsetsShortAtTheEndOfTheFile) {
@@ -243,13 +271,20 @@ TEST(SyncDispatcher, ReadsAndWritesAtOffsetsShortAtTheEndOfTheFile) {
   request->submit();
   dispatcher.wait();
   EXPECT_EQ(std::string(buffer, 4), "ghXY");
-  request->submit(i::op::Read(), buffer, 8, 100);  // past the end
+  // Count and offset alone: each operation keeps the buffer it was last armed with.
+  request->submit(i::op::Write(), op::Spec(1, 0));  // "X"
+  dispatcher.wait();
+  request->setFor(i::op::Read(), op::Spec(3, 0));
+  request->submit();
+  dispatcher.wait();
+  EXPECT_EQ(std::string(buffer, 3), "Xbc");
+  request->submit(i::op::Read(), op::Spec(8, 100));  // past the end
   dispatcher.wait();
 
-  ASSERT_EQ(handler.events.size(), 4u);
-  const int expected[] = {3, 2, 4, 0};
-  const char* slots[] = {"read", "write", "read", "read"};
-  for (int n = 0; n < 4; ++n) {
+  ASSERT_EQ(handler.events.size(), 6u);
+  const int expected[] = {3, 2, 4, 1, 3, 0};
+  const char* slots[] = {"read", "write", "read", "write", "read", "read"};
+  for (int n = 0; n < 6; ++n) {
     EXPECT_EQ(handler.events[n].slot, slots[n]);
     EXPECT_EQ(handler.events[n].result, expected[n]);
     EXPECT_EQ(handler.events[n].id, 7u);
@@ -595,22 +630,73 @@ TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData
   }
 }
 
-TEST(AsyncDispatcher, AMisalignedDirectReadCompletesWithTheErrorNumber) {
+TEST(AsyncDispatcher, MisalignedDirectRequestsCompleteWithTheErrorNumber) {
   ScratchFile file;
   file.fill(std::string(8192, 'x'));
   Endpoint endpoint;
   std::string why;
-  if (!directEndpoint(file, true, false, endpoint, why)) GTEST_SKIP() << why;
+  if (!directEndpoint(file, true, true, endpoint, why)) GTEST_SKIP() << why;
   Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
   Recorder handler;
   std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
   Aligned buffer(8192);
-  ASSERT_TRUE(request->submit(i::op::Read(), buffer.data + 1, 4096, 0));
-  EXPECT_EQ(dispatcher.pending(), 1);
-  dispatcher.wait();
-  EXPECT_EQ(dispatcher.pending(), 0);
-  expectFailure<AIOCompletionException>(handler.events, "completion-failed", "error in read completion", kSystemCall,
-                                        EINVAL);
+  for (bool write : {false, true}) {
+    handler.events.clear();
+    if (write) {
+      ASSERT_TRUE(request->submit(i::op::Write(), buffer.data + 1, 4096, 0));
+    } else {
+      ASSERT_TRUE(request->submit(i::op::Read(), buffer.data + 1, 4096, 0));
+    }
+    EXPECT_EQ(dispatcher.pending(), 1);
+    dispatcher.wait();
+    EXPECT_EQ(dispatcher.pending(), 0);
+    expectFailure<AIOCompletionException>(handler.events, "completion-failed",
+                                          write ? "error in write completion" : "error in read completion",
+                                          kSystemCall, EINVAL);
+  }
+}
+
+// Offsets beyond 32 bits reach the file unchanged through either dispatcher
+// (a sparse file: nothing below the offset is written).
+TEST(Dispatchers, OffsetsAbove4GiBReachTheFile) {
+  const long long kFiveGiB = 5LL << 30;
+  ScratchFile file;
+  Endpoint endpoint = file.open(true, true);
+  int fd = -1;
+  for (bool async : {false, true}) {
+    SCOPED_TRACE(async ? "Async" : "Sync");
+    Dispatcher dispatcher = Dispatcher::create(async ? asyncSpec() : syncSpec(), 4);
+    Recorder handler;
+    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
+    const long long at = kFiveGiB + (async ? 12295 : 4099);
+    char text[] = "beyond four gibibytes";
+    const int length = static_cast<int>(sizeof text - 1);
+    request->submit(i::op::Write(), text, length, at);
+    dispatcher.wait();
+    request->submit(i::op::Write(), op::Spec(6, at + 4096));  // the same buffer, 4 KiB further
+    dispatcher.wait();
+    char back[sizeof text] = {};
+    fd = static_cast<int>(endpoint.id());
+    ASSERT_EQ(::pread64(fd, back, length, at), length);
+    EXPECT_EQ(std::string(back, length), text);
+    ASSERT_EQ(::pread64(fd, back, 6, at + 4096), 6);
+    EXPECT_EQ(std::string(back, 6), "beyond");
+    ASSERT_EQ(::pread64(fd, back, 4, at - 4), 4);
+    EXPECT_EQ(std::string(back, 4), std::string(4, '\0'));
+
+    std::memset(back, 0, sizeof back);
+    request->submit(i::op::Read(), back + 1, 4, at + 7);
+    dispatcher.wait();
+    EXPECT_EQ(std::string(back + 1, 4), "four");
+    ASSERT_EQ(handler.events.size(), 3u);
+    EXPECT_EQ(handler.events[0].result, length);
+    EXPECT_EQ(handler.events[1].result, 6);
+    EXPECT_EQ(handler.events[2].result, 4);
+  }
+  struct stat64 status;
+  ASSERT_EQ(::fstat64(fd, &status), 0);
+  EXPECT_EQ(status.st_size, kFiveGiB + 12295 + 4096 + 6);
+  EXPECT_LT(status.st_blocks, 1024);  // sparse
 }
 
 TEST(AsyncDispatcher, ARefusedSubmissionReachesItsSlotAndLeavesNothingPending) {
@@ -674,6 +760,68 @@ TEST(AsyncDispatcher, HeldRequestsCompleteWithTheSentinelAndWaitForSkipsTheKerne
   EXPECT_EQ(std::string(buffer, 3), "def");
 }
 
+TEST(AsyncDispatcher, AThrowingHandlerLeavesEveryOtherRequestToCompleteOnce) {
+  ScratchFile file;
+  file.fill("abcdefghijklmnopqrst");
+  Endpoint endpoint = file.open(true, false);
+  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 8);
+  Recorder handler;
+  std::vector<std::unique_ptr<Request>> requests;
+  for (unsigned int n = 0; n < 5; ++n) {
+    requests.emplace_back(dispatcher.newRequestFor(&handler, endpoint));
+    requests.back()->setID(n);
+  }
+  char buffers[5][4];
+  const auto read = [&](unsigned int n) {
+    ASSERT_TRUE(requests[n]->submit(i::op::Read(), buffers[n], 4, 4 * n));
+  };
+  const auto readBack = [&](unsigned int n) { return std::string(buffers[n], 4); };
+
+  // Held requests: the second one's handler throws; a request held after
+  // that joins the next wait, and each completes once.
+  int throws = 1;
+  handler.then = [&throws](Request& request) {
+    if (request.id() == 1 && throws-- > 0) throw Thrown();
+  };
+  for (unsigned int n = 0; n < 3; ++n) requests[n]->submit(i::op::Read(), nullptr, -1, 0);
+  EXPECT_THROW(dispatcher.wait(), Thrown);
+  EXPECT_EQ(dispatcher.pending(), 1);
+  requests[3]->submit(i::op::Write(), nullptr, -1, 0);
+  dispatcher.wait();
+  EXPECT_EQ(dispatcher.pending(), 0);
+  EXPECT_EQ(countsByID(handler.events, 5), (std::vector<int>{1, 1, 1, 1, 0}));
+
+  // Events taken from the kernel together: the first handler throws; the
+  // other two, no longer in the kernel, complete at the next wait, even one
+  // that gives the kernel no time.
+  handler.events.clear();
+  handler.then = [&handler](Request&) {
+    if (handler.events.size() == 1) throw Thrown();
+  };
+  for (unsigned int n = 0; n < 3; ++n) read(n);
+  EXPECT_THROW(dispatcher.wait(), Thrown);
+  EXPECT_EQ(dispatcher.pending(), 2);
+  dispatcher.waitFor(0);
+  ASSERT_EQ(dispatcher.pending(), 0);
+  EXPECT_EQ(countsByID(handler.events, 5), (std::vector<int>{1, 1, 1, 0, 0}));
+  EXPECT_EQ(readBack(0) + readBack(1) + readBack(2), "abcdefghijkl");
+
+  // A handler that waits: its wait completes what the outer one had taken
+  // and what it takes itself; each request once.
+  handler.events.clear();
+  handler.then = [&](Request& request) {
+    if (request.id() != 0) return;
+    read(3);
+    read(4);
+    dispatcher.wait();
+  };
+  for (unsigned int n = 0; n < 3; ++n) read(n);
+  dispatcher.wait();
+  EXPECT_EQ(dispatcher.pending(), 0);
+  EXPECT_EQ(countsByID(handler.events, 5), (std::vector<int>{1, 1, 1, 1, 1}));
+  EXPECT_EQ(readBack(3) + readBack(4), "mnopqrst");
+}
+
 TEST(AsyncDispatcher, WaitForReturnsAfterItsTimeWhenTheKernelCompletesNothing) {
   QUOREL_REQUIRE_FAULT_POINT("syscall");
   ScratchFile file;
@@ -705,7 +853,73 @@ struct KeepSignal6 {
 };
 }  // namespace
 
-TEST(AsyncDispatcher, InterruptFromTheOwnerDoesNothingAndFromAnotherThreadEndsTheWait) {
+// Whether each signal is blocked in the calling thread (signal n at n - 1).
+std::vector<int> currentMask() {
+  sigset_t mask;
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  std::vector<int> blocked;
+  for (int signal = 1; signal < NSIG; ++signal) blocked.push_back(sigismember(&mask, signal));
+  return blocked;
+}
+
+// Stand-in for the kernel's AIO calls of the interrupt tests: io_submit
+// keeps a request in flight for ever; io_getevents passes through, after
+// noting that the owner is about to enter the kernel. Once armed, the next
+// io_getevents lands an interrupt from another thread in front of the
+// kernel, or (completing) hands the request's completion over and lands the
+// interrupt on the way back.
+namespace interruptible {
+Dispatcher* owner = nullptr;
+iocb* submitted = nullptr;
+std::atomic<bool> landBeforeTheKernel(false);
+std::atomic<bool> completing(false);
+std::atomic<bool> enteringTheKernel(false);
+std::atomic<bool> blockedForEver(false);
+
+// Has another thread interrupt the owner while the signal is blocked, then
+// unblocks it: the signal is handled on the way back from that call.
+void interruptHere() {
+  sigset_t interrupt;
+  sigemptyset(&interrupt);
+  sigaddset(&interrupt, SIGABRT);
+  ::pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
+  {
+    std::thread other([] { owner->interrupt(); });
+    other.join();
+  }
+  ::pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+}
+
+long aioCalls(long number, long a, long b, long c, long d, long e, long f) {
+  if (number == SYS_io_submit) {
+    submitted = reinterpret_cast<iocb**>(c)[0];
+    return 1;
+  }
+  if (number == SYS_io_getevents && completing.exchange(false)) {
+    io_event* events = reinterpret_cast<io_event*>(d);
+    events[0].data = submitted->aio_data;
+    events[0].obj = reinterpret_cast<pod::uintptr>(submitted);
+    events[0].res = 3;
+    events[0].res2 = 0;
+    interruptHere();
+    return 1;
+  }
+  if (number == SYS_io_getevents && landBeforeTheKernel.exchange(false)) {
+    interruptHere();
+    // Still here: io_getevents would now wait for a completion that never comes.
+    const timespec* timeout = reinterpret_cast<const timespec*>(e);
+    if (timeout == nullptr || timeout->tv_sec != 0 || timeout->tv_nsec != 0) {
+      blockedForEver = true;
+      errno = EINTR;
+      return -1;
+    }
+  }
+  if (number == SYS_io_getevents) enteringTheKernel = true;
+  return ::syscall(number, a, b, c, d, e, f);
+}
+}  // namespace interruptible
+
+TEST(AsyncDispatcher, OneInterruptFromAnotherThreadEndsTheWaitWhereverItLands) {
   QUOREL_REQUIRE_FAULT_POINT("syscall");
   KeepSignal6 keep;
   struct sigaction byDefault;
@@ -723,39 +937,79 @@ TEST(AsyncDispatcher, InterruptFromTheOwnerDoesNothingAndFromAnotherThreadEndsTh
 
   Recorder handler;
   std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
-  test::fault::StandIn pretend("syscall", reinterpret_cast<void*>(+[](long number, long a, long b, long c, long d,
-                                                                       long e, long f) -> long {
-    if (number == SYS_io_submit) return 1;  // stays in flight for ever
-    return ::syscall(number, a, b, c, d, e, f);
-  }));
+  interruptible::owner = &dispatcher;
+  test::fault::StandIn pretend("syscall", reinterpret_cast<void*>(interruptible::aioCalls));
   char buffer[3];
   ASSERT_TRUE(request->submit(i::op::Read(), buffer, 3, 0));
-
   dispatcher.lock();
-  sigset_t mask;
-  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-  EXPECT_EQ(sigismember(&mask, SIGABRT), 0);
-  EXPECT_EQ(sigismember(&mask, SIGTERM), 1);
-  EXPECT_EQ(sigismember(&mask, SIGUSR1), 1);
+  const std::vector<int> locked = currentMask();
 
-  std::atomic<bool> done(false);
-  std::thread interrupter([&dispatcher, &done] {
-    // An interrupt that lands before the owner blocks is not kept: repeat.
-    while (!done.load()) {
-      dispatcher.interrupt();
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  // Landing in front of the kernel, in wait() and in waitFor().
+  for (bool timed : {false, true}) {
+    SCOPED_TRACE(timed ? "waitFor" : "wait");
+    interruptible::blockedForEver = false;
+    interruptible::landBeforeTheKernel = true;
+    if (timed) {
+      dispatcher.waitFor(24 * 3600 * 1000);
+    } else {
+      dispatcher.wait();
     }
+    EXPECT_FALSE(interruptible::blockedForEver);
+    ASSERT_EQ(currentMask(), locked);  // as lock() set it: the next interrupt gets through
+  }
+
+  // Landing while the owner waits in the kernel (or just before).
+  interruptible::enteringTheKernel = false;
+  std::thread interrupter([&dispatcher] {
+    while (!interruptible::enteringTheKernel.load()) std::this_thread::yield();
+    dispatcher.interrupt();
   });
-  dispatcher.wait();  // would block for ever
-  done.store(true);
+  dispatcher.wait();
   interrupter.join();
-  dispatcher.unlock();
-  ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-  EXPECT_EQ(sigismember(&mask, SIGTERM), 0);
   EXPECT_EQ(dispatcher.pending(), 1);
   EXPECT_TRUE(handler.events.empty());
+
+  // Landing as io_getevents returns with a completion: it is not lost.
+  interruptible::completing = true;
+  dispatcher.wait();
+  EXPECT_EQ(dispatcher.pending(), 0);
+  ASSERT_EQ(handler.events.size(), 1u);
+  EXPECT_EQ(handler.events[0].result, 3);
+
   ::sigaction(SIGABRT, nullptr, &now);
-  EXPECT_NE(now.sa_handler, SIG_DFL);  // a handler that does nothing
+  EXPECT_NE(now.sa_handler, SIG_DFL);  // the dispatcher's own handler
+  EXPECT_EQ(currentMask(), locked);
+  dispatcher.unlock();
+}
+
+TEST(AsyncDispatcher, LocksNestAndOnlyTheOwnerUnlocks) {
+  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 1);
+  const std::vector<int> before = currentMask();
+  ASSERT_EQ(before[SIGTERM - 1], 0);
+  dispatcher.lock();
+  dispatcher.lock();
+  std::thread([&dispatcher] {
+    sigset_t none;
+    sigemptyset(&none);
+    ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
+    const std::vector<int> mine = currentMask();
+    dispatcher.unlock();  // not the owner: nothing happens
+    EXPECT_EQ(currentMask(), mine);
+  }).join();
+  dispatcher.unlock();
+  std::vector<int> locked = currentMask();
+  EXPECT_EQ(locked[SIGTERM - 1], 1);
+  EXPECT_EQ(locked[SIGUSR1 - 1], 1);
+  EXPECT_EQ(locked[SIGABRT - 1], 0);
+  dispatcher.unlock();
+  EXPECT_EQ(currentMask(), before);
+  dispatcher.unlock();  // no longer locked
+  EXPECT_EQ(currentMask(), before);
+
+  dispatcher.lock();  // locks again after a balanced pair
+  EXPECT_EQ(currentMask()[SIGTERM - 1], 1);
+  dispatcher.unlock();
+  EXPECT_EQ(currentMask(), before);
 }
 
 TEST(AsyncDispatcher, AProgramsOwnInterruptHandlerIsKept) {

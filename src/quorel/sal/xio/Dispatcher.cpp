@@ -91,6 +91,26 @@ void Spec::unsupported(const char* name) {
 
 AHandler::~AHandler() = default;
 
+void Request::setFor(i::op::Read, const op::Spec& spec) {
+  impl::RequestRecord& r = handle_->record;
+  r.arm(r.read, spec.count, spec.offset);
+}
+
+void Request::setFor(i::op::Write, const op::Spec& spec) {
+  impl::RequestRecord& r = handle_->record;
+  r.arm(r.write, spec.count, spec.offset);
+}
+
+bool Request::submit(i::op::Read op, const op::Spec& spec) {
+  setFor(op, spec);
+  return submit();
+}
+
+bool Request::submit(i::op::Write op, const op::Spec& spec) {
+  setFor(op, spec);
+  return submit();
+}
+
 bool Request::submit() {
   impl::RequestRecord& record = handle_->record;
   if (record.current == nullptr) {

@@ -69,7 +69,8 @@ class Spec {
 }  // namespace mux
 
 namespace op {
-/// The count and the 64-bit offset for a buffer given beside it.
+/// The count and the 64-bit offset for a buffer given beside it, or for the
+/// buffer a request's operation already holds.
 struct Spec {
   Spec(int bytes, long long at) : count(bytes), offset(at) {}
   int count;
@@ -78,8 +79,9 @@ struct Spec {
 }  // namespace op
 
 /// Receives the completions and failures of requests. Each event names the
-/// request it belongs to (the object newRequestFor returned). Exceptions are
-/// passed by reference, never thrown out of wait().
+/// request it belongs to (the object newRequestFor returned). Failures are
+/// passed by reference, never thrown out of wait(); what a handler throws
+/// itself does leave wait() (see Dispatcher).
 class AHandler {
  public:
   virtual ~AHandler();
@@ -130,6 +132,11 @@ class Request {
   }
   void setFor(i::op::Read op, void* buffer, const op::Spec& spec) { setFor(op, buffer, spec.count, spec.offset); }
   void setFor(i::op::Write op, void* buffer, const op::Spec& spec) { setFor(op, buffer, spec.count, spec.offset); }
+  /// Re-arm with a new count and offset, keeping the buffer this operation
+  /// was last armed with (none before the first: fine for UNMAP and TRIM,
+  /// which move no data).
+  void setFor(i::op::Read op, const op::Spec& spec);
+  void setFor(i::op::Write op, const op::Spec& spec);
 
   /// Queues the armed operation. False when the dispatcher refused it at once
   /// (the handler has been told). Throws xio::Exception "the request is not
@@ -148,6 +155,9 @@ class Request {
   bool submit(i::op::Write op, void* buffer, const op::Spec& spec) {
     return submit(op, buffer, spec.count, spec.offset);
   }
+  /// Re-arm with a new count and offset, keeping the buffer, and queue.
+  bool submit(i::op::Read op, const op::Spec& spec);
+  bool submit(i::op::Write op, const op::Spec& spec);
 
   const impl::Request& key() const { return handle_.reference(); }
 
@@ -166,12 +176,19 @@ class Request {
 ///
 /// A dispatcher belongs to the thread that created it or last called lock().
 /// Only interrupt() may be called from other threads: it sends signal 6
-/// (SIGABRT) to the owner, which ends a wait() in progress. While that signal
-/// is at its default or ignored disposition, interrupt() first installs a
-/// handler that does nothing, so the process keeps running (abort() still
-/// ends it: it restores the default before raising again). A handler the
-/// program installed itself is left alone; it runs on each interrupt and must
-/// return. An interrupt that arrives when the owner is not waiting is lost.
+/// (SIGABRT) to the owner, which ends a wait() or waitFor() in progress, also
+/// one about to enter the kernel. While that signal is at its default or
+/// ignored disposition, interrupt() first installs the dispatchers' handler,
+/// which does nothing outside a wait, so the process keeps running (abort()
+/// still ends it: it restores the default before raising again). A handler
+/// the program installed itself is left alone; it runs on each interrupt and
+/// must return, and an interrupt that lands in the instant before the wait
+/// enters the kernel then waits for the next completion. An interrupt that
+/// arrives when the owner is not waiting is lost.
+///
+/// A handler may throw: the exception leaves wait() or waitFor(), and the
+/// requests not completed yet stay pending for the next one. A handler may
+/// also wait on its own dispatcher.
 class Dispatcher {
  public:
   Dispatcher() = default;
@@ -196,7 +213,10 @@ class Dispatcher {
   /// Ends the owner's wait from another thread; nothing from the owner.
   void interrupt() { handle_->interrupt(); }
   /// Makes the calling thread the owner and blocks every signal in it but the
-  /// interrupt signal; unlock() restores the mask lock() replaced.
+  /// interrupt signal. The owner's calls nest: its last unlock() restores the
+  /// mask its first lock() replaced. unlock() on any other thread, or when
+  /// not locked, does nothing. Throws AIOException "::pthread_sigmask()
+  /// failed" when the mask cannot be set (nothing changes then).
   void lock() { handle_->lock(); }
   void unlock() { handle_->unlock(); }
 

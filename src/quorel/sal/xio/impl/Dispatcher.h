@@ -97,6 +97,12 @@ class ARequestFor {
     context.block.aio_offset = offset;
     current = &context;
   }
+  /// The same, keeping the buffer the context already holds.
+  void arm(Context& context, int count, long long offset) {
+    context.block.aio_nbytes = static_cast<pod::uint32>(count);
+    context.block.aio_offset = offset;
+    current = &context;
+  }
   bool reading() const { return current == &read; }
   bool noTransfer() const { return current->block.aio_nbytes == kNoTransfer; }
   void* buffer() const { return reinterpret_cast<void*>(static_cast<pod::uintptr>(current->block.aio_buf)); }
