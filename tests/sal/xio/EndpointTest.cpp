@@ -376,9 +376,9 @@ TEST(XIOFailures, DescriptorCallsThrowTheirClassesAndMessages) {
                                  "::fcntl(F_SETFL, O_NONBLOCK) failed", 2, EINVAL);
     EXPECT_STREQ(e->where(), newPair);
     test::fault::Injection again("fcntl", EINVAL, 2);  // the write end's close-on-exec
-    e = QUOREL_EXPECT_THROW(Pipe(open::Spec(), open::Spec()), OpenException, "::fcntl(F_SETFD, FD_CLOEXEC) failed",
-                            2, EINVAL);
-    EXPECT_STREQ(e->where(), newPair);
+    auto f = QUOREL_EXPECT_THROW(Pipe(open::Spec(), open::Spec()), OpenException,
+                                 "::fcntl(F_SETFD, FD_CLOEXEC) failed", 2, EINVAL);
+    EXPECT_STREQ(f->where(), newPair);
   }
   EXPECT_EQ(test::openDescriptorCount(), descriptors);
 }
