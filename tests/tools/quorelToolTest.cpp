@@ -286,8 +286,10 @@ TEST(QuorelTool, ASignalToRunEndsTheProgram) {
 #ifdef __SANITIZE_THREAD__
   GTEST_SKIP() << "ThreadSanitizer holds a signal's handler back while the tool waits in a restarted waitpid";
 #endif
-  // The program blocks every signal itself; the tool ends it.
-  const ToolRun r = run("run sleep 30 2>&1 & sleep 0.3; kill -TERM $!; wait $!");
+  // The program blocks every signal itself; the tool ends it. The signal is
+  // sent once the tool has launched the program, so its handlers are in place.
+  const ToolRun r = run("run sleep 30 2>&1 & until grep -q . /proc/$!/task/*/children 2>/dev/null; do sleep 0.05; "
+                        "done; kill -TERM $!; wait $!");
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "quorel: sleep was ended by a signal\n");
 }

@@ -2,6 +2,8 @@
 //
 //   quorel run [--detach] [--cwd DIR] [--env K=V]... PROGRAM ARGS...
 //   quorel lock NAME PROGRAM ARGS...
+#include <csignal>
+#include <exception>
 #include <iostream>
 #include <map>
 #include <string>
@@ -18,12 +20,43 @@ namespace {
 namespace exec = quorel::sal::exec;
 
 // The child that a signal to the tool ends (SIGKILL: the child starts with
-// every signal blocked, so nothing gentler would reach it).
-exec::Process* running = nullptr;
+// every signal blocked, so nothing gentler would reach it). A signal that
+// comes before the child is known is remembered and acted on once it is.
+exec::Process* volatile running = nullptr;
+volatile sig_atomic_t stopAsked = 0;
 
-int waitForChild() { return running->wait(); }
+// What the start task launches, and how it ended.
+struct Launch {
+  const std::string& program;
+  const exec::Process::ArgList& args;
+  const exec::LaunchProperty& lp;
+  int code;
+  std::exception_ptr failure;
+};
+Launch* launch = nullptr;
+
+// The start task: it runs with the frame's handlers in place, so no signal
+// between the launch and the wait can end the tool and leave the child running.
+int launchAndWaitForChild() {
+  try {
+    exec::Process child = exec::Process::create(launch->program, launch->args, launch->lp);
+    running = &child;
+    if (stopAsked) child.die();
+    launch->code = child.wait();
+    running = nullptr;
+  } catch (...) {
+    running = nullptr;
+    launch->failure = std::current_exception();
+  }
+  return 0;
+}
+
 int endChild() {
-  running->die();
+  if (running != nullptr) {
+    running->die();
+  } else {
+    stopAsked = 1;
+  }
   return 0;
 }
 
@@ -34,25 +67,26 @@ int launchAndWait(const std::string& program, const exec::Process::ArgList& args
   exec::LaunchProperty lp;
   lp.set(exec::op::EnvVars(vars)).set(exec::op::EnvVars(exec::Process::envVars()));
   if (!directory.empty()) lp.set(exec::op::WorkingDirectory(directory));
-  if (detach) lp.hint(exec::op::Detach());
-  exec::Process child = exec::Process::create(program, args, lp);
   if (detach) {
+    lp.hint(exec::op::Detach());
+    exec::Process::create(program, args, lp);
     std::cout << "started " << program << " detached\n";
     return 0;
   }
-  running = &child;
-  exec::TaskHandle start(new exec::FunctionDispatchTask(waitForChild));
+  Launch child{program, args, lp, 0, nullptr};
+  launch = &child;
+  exec::TaskHandle start(new exec::FunctionDispatchTask(launchAndWaitForChild));
   exec::TaskHandle stop(new exec::FunctionDispatchTask(endChild));
   exec::App::init(exec::App::Context(exec::ARunContext::newAppContext(
       "quorel", "runs a program", quorel::util::Version("1"), 0, nullptr, start, stop, stop)));
   exec::App::self().run();
-  running = nullptr;
-  const int code = child.wait();  // remembered by the start task's wait
-  if (code < 0) {
+  launch = nullptr;
+  if (child.failure) std::rethrow_exception(child.failure);
+  if (child.code < 0) {
     std::cerr << "quorel: " << program << " was ended by a signal\n";
     return 1;
   }
-  return code;
+  return child.code;
 }
 
 }  // namespace
