@@ -15,7 +15,7 @@ namespace {
 
 namespace atomic = sal::atomic;
 
-TEST(AtomicArithmetic, ReturnsTheNewValue) {
+TEST(AtomicArithmetic, ReturnsTheNewValueAndConcurrentIncrementsAreNotLost) {
   int v = 2;
   EXPECT_EQ(atomic::add(v, -7), -5);
   EXPECT_EQ(v, -5);
@@ -23,9 +23,7 @@ TEST(AtomicArithmetic, ReturnsTheNewValue) {
   EXPECT_EQ(atomic::decrement(v), 0);
   EXPECT_EQ(atomic::increment(v), 1);
   EXPECT_TRUE(sal::sys::atomic::threadLibraryActive());
-}
-
-TEST(AtomicArithmetic, ConcurrentIncrementsAreNotLost) {
+  // Concurrent increments are not lost.
   int counter = 0;
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
@@ -37,16 +35,14 @@ TEST(AtomicArithmetic, ConcurrentIncrementsAreNotLost) {
   EXPECT_EQ(counter, 400000);
 }
 
-TEST(AtomicCompareAndSwap, SwapsOnlyOnEquality) {
+TEST(AtomicCompareAndSwap, SwapsOnlyOnEqualityAndConcurrentSwapLoopsCountExactly) {
   int v = 3;
   EXPECT_TRUE(atomic::tryCompareAndSwap(v, 3, 4));
   EXPECT_EQ(v, 4);
   v = 5;
   EXPECT_FALSE(atomic::tryCompareAndSwap(v, 3, 4));
   EXPECT_EQ(v, 5);
-}
-
-TEST(AtomicCompareAndSwap, ConcurrentSwapLoopsCountExactly) {
+  // Concurrent swap loops count exactly.
   int counter = 0;
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {

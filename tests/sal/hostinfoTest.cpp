@@ -58,7 +58,7 @@ TEST(HostParsers, ProcessorNamesWithDetailAndTheHypervisorFlag) {
 std::map<std::string, std::string> files;
 std::string fromFiles(const std::string& path) { return files.count(path) ? files[path] : std::string(); }
 
-TEST(HostParsers, DistributionFromTheFirstReleaseFileThatAnswers) {
+TEST(HostParsers, DistributionFromTheFirstReleaseFileThatAnswersKernelVersionsAndProcessorLists) {
   files = {{"/etc/os-release", "NAME=\"Debian GNU/Linux\"\nPRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n"},
            {"/etc/lsb-release", "DISTRIB_DESCRIPTION=\"Ubuntu 22.04\"\n"}};
   EXPECT_EQ(parse::distribution(fromFiles), "\"Debian GNU/Linux 12 (bookworm)\"");
@@ -71,9 +71,7 @@ TEST(HostParsers, DistributionFromTheFirstReleaseFileThatAnswers) {
   EXPECT_EQ(parse::osName("Linux", parse::distribution(fromFiles)), "Linux \"CentOS release 6.10 (Final)\"");
   files.clear();
   EXPECT_EQ(parse::osName("Linux", parse::distribution(fromFiles)), "Linux");
-}
 
-TEST(HostParsers, KernelVersionsAndProcessorLists) {
   EXPECT_EQ(parse::kernelVersion("2.6.32-754.el6.x86_64").asString(), "2.6.32");
   EXPECT_EQ(parse::kernelVersion("3.10.0+").asString(), "3.10.0");
   EXPECT_EQ(parse::kernelVersion("6.1.0-13-amd64").asString(), "6.1.0");
@@ -105,15 +103,14 @@ std::vector<unsigned char> operator+(const std::vector<unsigned char>& a, const 
   return std::vector<unsigned char>(joined.begin(), joined.end());
 }
 
-TEST(DMIWalker, SystemAndBaseBoardStrings) {
+TEST(DMIWalker, SystemAndBaseBoardStringsAndBrokenTablesNeverReadOutOfBounds) {
   const auto table = structure(0, {1, 2, 3, 4}, {"BIOS vendor"}) +
                      structure(1, {1, 2, 3, 4, 0, 0, 0, 0}, {"QEMU", "Standard PC", "pc-7.2", "SN-1"}) +
                      structure(2, {1, 2, 0, 3}, {"Board Inc", "B-1", "BSN"}) + structure(127, {}, {}) +
                      structure(1, {1, 0, 0, 0}, {"after the end"});
   EXPECT_EQ(dmi::identityFrom(table.data(), table.size()), "QEMU / Standard PC / pc-7.2 / SN-1 / Board Inc / B-1 / BSN");
-}
 
-TEST(DMIWalker, BrokenTablesNeverReadOutOfBounds) {
+  // Broken tables are never read out of bounds.
   const auto good = structure(1, {1, 2, 0, 0}, {"Maker", "Product"});
   for (size_t cut = 0; cut <= good.size(); ++cut) {
     std::vector<unsigned char> truncated(good.begin(), good.begin() + static_cast<long>(cut));
@@ -170,19 +167,15 @@ TEST(DMIWalker, EntryPointsAreTakenOnlyWithGoodChecksums) {
   EntryPoints good;
   pod::uint64 address = 0;
   pod::uint32 length = 0;
-  auto area = EntryPoints::areaWith(good.smbios3);
-  ASSERT_TRUE(dmi::tableFrom(area.data(), area.size(), address, length));
-  EXPECT_EQ(address, 0xF1000u);
-  EXPECT_EQ(length, 0x1234u);
-  EXPECT_FALSE(dmi::tableFrom(area.data(), 0x40, address, length));
-  area = EntryPoints::areaWith(good.smbios2);
-  ASSERT_TRUE(dmi::tableFrom(area.data(), area.size(), address, length));
-  EXPECT_EQ(address, 0xE8000u);
-  EXPECT_EQ(length, 0x140u);
-  area = EntryPoints::areaWith(good.legacy);
-  ASSERT_TRUE(dmi::tableFrom(area.data(), area.size(), address, length));
-  EXPECT_EQ(address, 0xE0000u);
-  EXPECT_EQ(length, 0x80u);
+  const std::vector<unsigned char> areas[] = {EntryPoints::areaWith(good.smbios3), EntryPoints::areaWith(good.smbios2),
+                                              EntryPoints::areaWith(good.legacy)};
+  const std::pair<pod::uint64, pod::uint32> tables[] = {{0xF1000, 0x1234}, {0xE8000, 0x140}, {0xE0000, 0x80}};
+  for (int n = 0; n < 3; ++n) {
+    ASSERT_TRUE(dmi::tableFrom(areas[n].data(), areas[n].size(), address, length)) << n;
+    EXPECT_EQ(address, tables[n].first);
+    EXPECT_EQ(length, tables[n].second);
+  }
+  EXPECT_FALSE(dmi::tableFrom(areas[0].data(), 0x40, address, length));
 
   // One byte off in each checksummed part: the anchor is ignored.
   EntryPoints bad;
@@ -194,7 +187,7 @@ TEST(DMIWalker, EntryPointsAreTakenOnlyWithGoodChecksums) {
   EntryPoints badInner;
   ++badInner.smbios2[24];
   checksum(badInner.smbios2, 31, 4);  // the outer sum right, the inner one wrong
-  area = EntryPoints::areaWith(badInner.smbios2);
+  auto area = EntryPoints::areaWith(badInner.smbios2);
   EXPECT_FALSE(dmi::tableFrom(area.data(), area.size(), address, length));
   // A good legacy anchor later in the area is still found.
   area = EntryPoints::areaWith(bad.legacy);
@@ -208,18 +201,12 @@ TEST(DMIWalker, EntryPointsAreTakenOnlyWithGoodChecksums) {
 // would reach the interposed function with the library's return address and
 // come straight back here.
 std::vector<bool> readsCloseOnExec;
-ssize_t checkedRead(int fd, void* buffer, size_t size) {
-  const bool closeOnExec = (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
-  const ssize_t n = ::read(fd, buffer, size);
-  readsCloseOnExec.push_back(closeOnExec);
+ssize_t noted(int fd, ssize_t n) {
+  readsCloseOnExec.push_back((::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0);
   return n;
 }
-ssize_t checkedPread(int fd, void* buffer, size_t size, off64_t offset) {
-  const bool closeOnExec = (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
-  const ssize_t n = ::pread64(fd, buffer, size, offset);
-  readsCloseOnExec.push_back(closeOnExec);
-  return n;
-}
+ssize_t checkedRead(int fd, void* buffer, size_t size) { return noted(fd, ::read(fd, buffer, size)); }
+ssize_t checkedPread(int fd, void* buffer, size_t size, off64_t at) { return noted(fd, ::pread64(fd, buffer, size, at)); }
 
 // A scratch directory standing in for the firmware's files.
 class FirmwareFiles {

@@ -27,7 +27,7 @@ TEST(VirtualMemory, AllocatesPageAlignedWritableBlocks) {
   sal::vm::deallocate(nullptr);
 }
 
-TEST(VirtualMemory, FailedVallocThrowsCRuntimeError) {
+TEST(VirtualMemory, FailedVallocThrowsCRuntimeErrorCaughtThroughItsBases) {
   test::fault::Injection fail("valloc", ENOMEM);
   auto e = QUOREL_EXPECT_THROW(sal::vm::allocate(64), sal::vm::Exception, "::valloc() failed", 1,
                                ENOMEM);
@@ -42,10 +42,8 @@ TEST(VirtualMemory, FailedVallocThrowsCRuntimeError) {
                       "code='12 (0xc)' message='"),
             std::string::npos)
       << text;
-}
-
-TEST(VirtualMemory, LibraryExceptionsAreCaughtThroughTheirBases) {
-  test::fault::Injection fail("valloc", ENOMEM);
+  // Library exceptions are caught through their bases.
+  test::fault::inject("valloc", ENOMEM);
   EXPECT_THROW(sal::vm::allocate(8), sal::Exception);
   test::fault::inject("valloc", ENOMEM);
   EXPECT_THROW(sal::vm::allocate(8), quorel::Exception);

@@ -71,4 +71,12 @@ inline void expectFields(const quorel::Exception& e, const std::string& why, int
     return e_;                                                                                     \
   }()
 
+// QUOREL_EXPECT_THROW with the next library call of function (support/fault.h)
+// failing with error.
+#define QUOREL_EXPECT_FAULT(function, error, statement, Class, why, domain, code)                  \
+  [&]() {                                                                                          \
+    ::quorel::test::fault::Injection f_(function, error);                                          \
+    return QUOREL_EXPECT_THROW(statement, Class, why, domain, code);                               \
+  }()
+
 #endif

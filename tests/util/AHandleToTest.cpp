@@ -74,7 +74,7 @@ TEST_F(AHandleTo, CopiesShareOneObjectDestroyedWithTheLast) {
   EXPECT_EQ(Tracked::destroyed, 1);
 }
 
-TEST_F(AHandleTo, AssignmentBetweenSharersOrToSelfKeepsCount) {
+TEST_F(AHandleTo, AssignmentBetweenSharersOrToSelfKeepsCountAndReleasesThePreviousObject) {
   Handle a(new Tracked(1));
   Handle b(a);
   b = a;
@@ -83,11 +83,8 @@ TEST_F(AHandleTo, AssignmentBetweenSharersOrToSelfKeepsCount) {
   a = self;
   EXPECT_EQ(a.useCount(), 2);
   EXPECT_EQ(Tracked::destroyed, 0);
-}
-
-TEST_F(AHandleTo, AssignmentReleasesThePreviousObject) {
-  Handle a(new Tracked(1));
-  Handle b(new Tracked(2));
+  // Assignment releases the previous object.
+  b = Handle(new Tracked(2));
   a = b;
   EXPECT_EQ(Tracked::destroyed, 1);
   EXPECT_EQ(a->value, 2);
@@ -117,15 +114,6 @@ TEST_F(AHandleTo, AssignmentFromAHandleInsideTheReleasedObject) {
   EXPECT_EQ(Tracked::destroyed, 2);
 }
 
-TEST_F(AHandleTo, IntCounterPolicyCountsOnOneThread) {
-  {
-    LocalHandle a(new Tracked(3));
-    LocalHandle b(a);
-    EXPECT_EQ(b.useCount(), 2);
-  }
-  EXPECT_EQ(Tracked::destroyed, 1);
-}
-
 struct CountingDeallocator {
   static int freed;
   static void free(Tracked* t) {
@@ -135,7 +123,13 @@ struct CountingDeallocator {
 };
 int CountingDeallocator::freed = 0;
 
-TEST_F(AHandleTo, UsesTheDeallocatorPolicy) {
+TEST_F(AHandleTo, IntCounterAndDeallocatorPolicies) {
+  {
+    LocalHandle a(new Tracked(3));
+    LocalHandle b(a);
+    EXPECT_EQ(b.useCount(), 2);
+  }
+  EXPECT_EQ(Tracked::destroyed, 1);
   CountingDeallocator::freed = 0;
   { util::AHandleTo<Tracked, int, CountingDeallocator> h(new Tracked(0)); }
   EXPECT_EQ(CountingDeallocator::freed, 1);

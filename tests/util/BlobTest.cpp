@@ -28,7 +28,7 @@ TEST(Blob, RendersEachTypeAsText) {
   EXPECT_EQ(Blob(typeid(float)).valueAsString(), "");
 }
 
-TEST(Blob, GetReturnsTheValueOfTheHeldTypeOnly) {
+TEST(Blob, GetReturnsTheValueOfTheHeldTypeOnlyAndCopiesShareIt) {
   Blob blob(7);
   int i = 0;
   blob.get(i);
@@ -43,6 +43,11 @@ TEST(Blob, GetReturnsTheValueOfTheHeldTypeOnly) {
   blob.get(s);
   EXPECT_EQ(s, "now text");
   EXPECT_TRUE(blob.type() == typeid(std::string));
+  // Copies share one value.
+  Blob copy(blob);
+  copy.set(2.5);
+  blob.get(d);
+  EXPECT_EQ(d, 2.5);
 }
 
 template <class T>
@@ -84,25 +89,14 @@ TEST(Blob, ComparesValuesOfTheSameTypeAndRefusesOthers) {
                       "type mismatch - expected 'int' but requested type is 'long long'", 0, 0);
 }
 
-TEST(Blob, CopiesShareOneValue) {
-  Blob original(1);
-  Blob copy(original);
-  copy.set(2.5);
-  double d = 0;
-  original.get(d);
-  EXPECT_EQ(d, 2.5);
-}
-
-TEST(Blob, SettingStringsRepeatedlyKeepsTheLatest) {
+TEST(Blob, SettingStringsRepeatedlyKeepsTheLatestAndStringToBlobStoresAString) {
   // Each set over a string abandons the previous string; the sanitizer
   // build is told to expect exactly these allocations.
   Blob blob("first");
   for (int i = 0; i < 100; ++i) blob.set(std::string(64, static_cast<char>('a' + i % 26)));
   EXPECT_EQ(blob.valueAsString(), std::string(64, 'v'));
-}
-
-TEST(StringToBlob, StoresTextAsAString) {
-  Blob blob(5);
+  // StringToBlob stores text as a string.
+  blob.set(5);
   std::string error = "untouched";
   EXPECT_TRUE(util::StringToBlob().set(blob, "12", error));
   EXPECT_EQ(error, "untouched");

@@ -120,7 +120,7 @@ TEST(UUID, FailedLinkEnumerationReachesTheCaller) {
   QUOREL_EXPECT_THROW(UUID(), sal::inet::Exception, "::getifaddrs() failed", 6, ENOMEM);
 }
 
-TEST(UUID, WireFormRoundTripsAndReadsTimeFieldsBigEndian) {
+TEST(UUID, WireFormRoundTripsReadsTimeFieldsBigEndianAndNewOnesAreVersionOneAndDistinct) {
   unsigned char bytes[16];
   for (int i = 0; i < 16; ++i) bytes[i] = static_cast<unsigned char>(i + 1);
   const UUID id(bytes);
@@ -130,6 +130,11 @@ TEST(UUID, WireFormRoundTripsAndReadsTimeFieldsBigEndian) {
   EXPECT_EQ(id.asString(), "01020304-0506-0708-090a-0b0c0d0e0f10");
   const unsigned char zeros[16] = {};
   EXPECT_EQ(UUID(zeros).asString(), "00000000-0000-0000-0000-000000000000");
+  // New identifiers are version one and distinct.
+  const UUID a, b;
+  EXPECT_NE(a, b);
+  EXPECT_EQ(a.asString().size(), 36u);
+  EXPECT_EQ(a.asString()[14], '1');
 }
 
 // Groups of three digits separated by commas.
@@ -145,13 +150,6 @@ TEST(UUID, TextIgnoresTheGlobalLocale) {
   const std::string text = UUID(bytes).asString();
   std::locale::global(previous);
   EXPECT_EQ(text, "f0f1f2f3-f4f5-f6f7-f8f9-fafbfcfdfeff");
-}
-
-TEST(UUID, NewIdentifiersAreVersionOneAndDistinct) {
-  const UUID a, b;
-  EXPECT_NE(a, b);
-  EXPECT_EQ(a.asString().size(), 36u);
-  EXPECT_EQ(a.asString()[14], '1');
 }
 
 TEST(UUID, OrderIsFieldWiseAndNotTotal) {

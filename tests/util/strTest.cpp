@@ -21,7 +21,7 @@ const std::ios_base::fmtflags kHex = std::ios_base::hex;
 const std::ios_base::fmtflags kOct = std::ios_base::oct;
 const std::ios_base::fmtflags kDec = std::ios_base::dec;
 
-TEST(StrFrom, PadsHexAndOctalToTheTypesFullWidth) {
+TEST(StrFrom, PadsHexAndOctalToTheTypesFullWidthAndWritesNumbersAndWords) {
   EXPECT_EQ(str::from(255, kHex, true), "000000ff");
   EXPECT_EQ(str::from(255, kHex, false), "ff");
   EXPECT_EQ(str::from(8, kOct, true), "000000000010");
@@ -35,15 +35,11 @@ TEST(StrFrom, PadsHexAndOctalToTheTypesFullWidth) {
   // Floating point ignores the base but still takes the width and fill.
   EXPECT_EQ(str::from(1.5, kHex, true), "00000000000001.5");
   EXPECT_EQ(str::from(255, kDec, true), "255");
-}
-
-TEST(StrFrom, EmptyOrMixedBaseFieldWithPaddingGivesEmptyText) {
+  // An empty or mixed base field with padding gives an empty text.
   EXPECT_EQ(str::from(5, std::ios_base::fmtflags(), true), "");
   EXPECT_EQ(str::from(5, kHex | kOct, true), "");
   EXPECT_EQ(str::from(5, std::ios_base::fmtflags(), false), "5");
-}
-
-TEST(StrFrom, WritesNumbersNotCharactersAndBoolAsWords) {
+  // Numbers, not characters; bool as words.
   EXPECT_EQ(str::from(static_cast<unsigned char>(65)), "65");
   EXPECT_EQ(str::from(true, kHex, true), "true");
   EXPECT_EQ(str::from(false), "false");
@@ -70,7 +66,7 @@ TEST(StrFromAndTo, FollowTheGlobalLocaleLikeTheStream) {
   EXPECT_EQ(str::from(1234567), "1234567");
 }
 
-TEST(StrTo, TrimsReadsAndIgnoresTrailingText) {
+TEST(StrTo, TrimsReadsIgnoresTrailingTextAndFailuresNameTheUntrimmedText) {
   unsigned int u = 0;
   str::to(u, "  42  ");
   EXPECT_EQ(u, 42u);
@@ -84,21 +80,17 @@ TEST(StrTo, TrimsReadsAndIgnoresTrailingText) {
   unsigned short s = 0;
   str::to(s, "\t65535\n");
   EXPECT_EQ(s, 65535);
-}
-
-TEST(StrTo, FailureNamesTheUntrimmedText) {
-  unsigned int u = 0;
+  // A failure names the untrimmed text.
   QUOREL_EXPECT_THROW(str::to(u, "abc"), util::str::Exception, "conversion from \"abc\" failed", 0, 0);
   QUOREL_EXPECT_THROW(str::to(u, " x "), util::str::Exception, "conversion from \" x \" failed", 0, 0);
   QUOREL_EXPECT_THROW(str::to(u, ""), util::str::Exception, "conversion from \"\" failed", 0, 0);
-  unsigned short s = 0;
   auto e = QUOREL_EXPECT_THROW(str::to(s, "70000"), util::str::Exception,
                                "conversion from \"70000\" failed", 0, 0);
   ASSERT_TRUE(e);
   EXPECT_STREQ(e->file(), "util/str.inl");
 }
 
-TEST(StrHexFrom, TrimsLeadingZeroBytesWhole) {
+TEST(StrHexFrom, TrimsLeadingZeroBytesWholeAndTheBufferFormReturnsZeroOrTheBuffer) {
   EXPECT_EQ(str::hexFrom(0u, false), "0");
   EXPECT_EQ(str::hexFrom(0u, true), "00000000");
   EXPECT_EQ(str::hexFrom(0xABCu, false), "0ABC");
@@ -107,9 +99,7 @@ TEST(StrHexFrom, TrimsLeadingZeroBytesWhole) {
   EXPECT_EQ(str::hexFrom(static_cast<char>(-1), false), "FF");
   EXPECT_EQ(str::hexFrom(static_cast<unsigned char>(0), true), "00");
   EXPECT_EQ(str::hexFrom(reinterpret_cast<void*>(0x1234), true), "00001234");
-}
-
-TEST(StrHexFrom, BufferFormReturnsTheConstantZeroOrTheBuffer) {
+  // The buffer form returns the constant zero or the buffer.
   char buffer[9];
   const char* zero = str::hexFrom(0u, buffer, sizeof buffer, false);
   EXPECT_STREQ(zero, "0");
@@ -124,7 +114,7 @@ TEST(StrHexFrom, BufferFormReturnsTheConstantZeroOrTheBuffer) {
                       "conversion failed - the given buffer is too small", 0, 0);
 }
 
-TEST(StrSplit, CutsAtTheFirstSeparatorAndMayAliasItsInput) {
+TEST(StrSplitAndCut, SplitCutsAtTheFirstSeparatorAndMayAliasItsInputCutKeepsEmptyPieces) {
   std::string head, tail = "old";
   EXPECT_TRUE(str::split("k=v=w", head, tail, '='));
   EXPECT_EQ(head, "k");
@@ -136,9 +126,7 @@ TEST(StrSplit, CutsAtTheFirstSeparatorAndMayAliasItsInput) {
   EXPECT_TRUE(str::split(text, text, tail, ':'));
   EXPECT_EQ(text, "a");
   EXPECT_EQ(tail, "b");
-}
-
-TEST(StrCut, AppendsEveryPieceIncludingEmptyOnes) {
+  // cut appends every piece, empty ones included.
   std::list<std::string> pieces{"kept"};
   str::cut("a,,b", ',', pieces);
   EXPECT_EQ(pieces, (std::list<std::string>{"kept", "a", "", "b"}));
@@ -165,7 +153,7 @@ class XIsSpace : public std::ctype<char> {
   }
 };
 
-TEST(StrTrim, RightPassTakesTheLocaleLeftPassIsAlwaysClassic) {
+TEST(StrTrimLowerAndPrettyPrint, TrimsRightByTheLocaleLeftClassicallyLowerKeepsLengthLabelsAlign) {
   EXPECT_EQ(str::trim(" \t a b \n"), "a b");
   EXPECT_EQ(str::trimRightOf("  a  "), "  a");
   EXPECT_EQ(str::trimLeftOf("  a  "), "a  ");
@@ -173,20 +161,14 @@ TEST(StrTrim, RightPassTakesTheLocaleLeftPassIsAlwaysClassic) {
   const std::locale xSpace(std::locale::classic(), new XIsSpace);
   EXPECT_EQ(str::trimLeftOf("xxa", xSpace), "a");
   EXPECT_EQ(str::trim("xx a xx", xSpace), "xx a");
-}
-
-TEST(StrLower, KeepsLength) {
   EXPECT_EQ(str::lower("AbC-9\xC3"), "abc-9\xC3");
-}
-
-TEST(StrPrettyPrint, IndentsAndAlignsTheLabel) {
   std::ostringstream out;
   str::prettyPrint(out, 2, 3, 8, "size");
   out << 42;
   EXPECT_EQ(out.str(), "      size    : 42");
 }
 
-TEST(StrLessThan, OrdersTrailingNumbersByValue) {
+TEST(StrLessThan, OrdersTrailingNumbersByValueWithItsRequiredConsequences) {
   using str::cmp::lessThan;
   EXPECT_TRUE(lessThan("disk2", "disk10"));
   EXPECT_FALSE(lessThan("disk10", "disk2"));
@@ -195,10 +177,6 @@ TEST(StrLessThan, OrdersTrailingNumbersByValue) {
   EXPECT_TRUE(lessThan("010", "9"));             // leading zero: plain text
   EXPECT_TRUE(lessThan("disk2", "disk10p1"));    // text after b's number is ignored
   EXPECT_TRUE(lessThan("", "1"));
-}
-
-TEST(StrLessThan, RequiredConsequences) {
-  using str::cmp::lessThan;
   // a1 and a1x are equivalent.
   EXPECT_FALSE(lessThan("a1", "a1x"));
   EXPECT_FALSE(lessThan("a1x", "a1"));

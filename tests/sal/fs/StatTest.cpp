@@ -64,9 +64,8 @@ TEST(Stat, MissingPathsDirectoriesAndFiles) {
 
 TEST(Stat, UnsupportedQueryAttributesAndFailedCallsThrow) {
   const Stat directory("/tmp");
-  auto e = QUOREL_EXPECT_THROW(directory.is(typeid(std::string)), sal::fs::StatException,
-                               util::impl::demangledNameOf(typeid(std::string)) + " is not a supported query attribute",
-                               0, 0);
+  QUOREL_EXPECT_THROW(directory.is(typeid(std::string)), sal::fs::StatException,
+                      util::impl::demangledNameOf(typeid(std::string)) + " is not a supported query attribute", 0, 0);
   // Tags of other families are named as the caller wrote them.
   namespace x = sal::xio::i;
   const std::pair<const std::type_info*, const char*> tags[] = {
@@ -80,15 +79,9 @@ TEST(Stat, UnsupportedQueryAttributesAndFailedCallsThrow) {
     QUOREL_EXPECT_THROW(directory.is(*named.first), sal::fs::StatException,
                         std::string("quorel::sal::xio::i::") + named.second + " is not a supported query attribute", 0, 0);
   }
-  {
-    test::fault::Injection fail("open64", EACCES);
-    QUOREL_EXPECT_THROW(Stat("/tmp"), sal::fs::StatException, "::open('/tmp') failed", 2, EACCES);
-  }
-  {
-    test::fault::Injection fail("fstat64", EIO);
-    QUOREL_EXPECT_THROW(Stat("/tmp"), sal::fs::StatException,
-                        "::stat('/tmp') failed while trying todetermine the file characterstics", 2, EIO);
-  }
+  QUOREL_EXPECT_FAULT("open64", EACCES, Stat("/tmp"), sal::fs::StatException, "::open('/tmp') failed", 2, EACCES);
+  QUOREL_EXPECT_FAULT("fstat64", EIO, Stat("/tmp"), sal::fs::StatException,
+                      "::stat('/tmp') failed while trying todetermine the file characterstics", 2, EIO);
 }
 
 TEST(Stat, CharacterDeviceWithoutSCSIFallsBackAndKeepsEveryText) {
@@ -167,24 +160,23 @@ class FakeDevice : public ::testing::Test {
   test::fault::StandIn standIn_;
 };
 
-TEST_F(FakeDevice, ReadCapacity10IsEnoughForSmallDisks) {
+TEST_F(FakeDevice, ReadCapacity10IsEnoughForSmallDisksAndInvalidAddressesMoveOnTo16) {
   const Stat s("/dev/null");
   EXPECT_EQ(s.size(), 0x400u * 512);
   EXPECT_EQ(s.blockSize(), 512u);
   EXPECT_EQ(s.sizeByRC(), 0x400u * 512);
   EXPECT_EQ(disk.calls16, 0);
   EXPECT_TRUE(s.errorRC().empty());
-}
 
-TEST_F(FakeDevice, InvalidLastAddressesMoveOnToReadCapacity16) {
+  // Invalid last addresses move on to READ CAPACITY (16).
   disk.last10 = 0xFFFFFFFF;
   disk.last16 = 0x1FFFFFFFFULL;
   disk.block16 = 4096;
-  const Stat s("/dev/null");
-  EXPECT_EQ(s.errorRC(), "SCSI Read Capacity (10) returned an invalid last LBA");
-  EXPECT_EQ(s.size(), 0x200000000ULL * 4096);
-  EXPECT_EQ(s.sizeByRC16(), s.size());
-  EXPECT_EQ(s.blockSizeByRC16(), 4096u);
+  const Stat big("/dev/null");
+  EXPECT_EQ(big.errorRC(), "SCSI Read Capacity (10) returned an invalid last LBA");
+  EXPECT_EQ(big.size(), 0x200000000ULL * 4096);
+  EXPECT_EQ(big.sizeByRC16(), big.size());
+  EXPECT_EQ(big.blockSizeByRC16(), 4096u);
   disk = FakeDisk();
   disk.last10 = 0;
   disk.block10 = 0;
@@ -195,7 +187,7 @@ TEST_F(FakeDevice, InvalidLastAddressesMoveOnToReadCapacity16) {
   EXPECT_EQ(bad.errorRC16(), "SCSI Read Capacity (16) returned block size of 0 and an invalid last LBA");
 }
 
-TEST_F(FakeDevice, EachCommandIsTriedTwice) {
+TEST_F(FakeDevice, EachCommandIsTriedTwiceAndRejectedOnesFallBackToTheKernelWithItsWrap) {
   disk.fail10 = 1;
   const Stat s("/dev/null");
   EXPECT_EQ(disk.calls10, 2);
@@ -206,19 +198,19 @@ TEST_F(FakeDevice, EachCommandIsTriedTwice) {
   EXPECT_EQ(disk.calls10, 2);
   EXPECT_EQ(busy.errorRC(), "SCSI Read Capacity (10) failed - SCSI CDB error:0x08 (BUSY)");
   EXPECT_EQ(busy.sizeByRC16(), 0x400u * 512);
-}
 
-TEST_F(FakeDevice, RejectedCommandsFallBackToTheKernelWithItsWrap) {
+  // Rejected commands fall back to the kernel, with its wrap.
+  disk = FakeDisk();
   disk.reject = true;
-  const Stat s("/dev/null");
+  const Stat rejected("/dev/null");
   EXPECT_EQ(disk.calls10, 2);
   EXPECT_EQ(disk.calls16, 2);
-  EXPECT_EQ(s.errorRC(),
+  EXPECT_EQ(rejected.errorRC(),
             "SCSI Read Capacity (10) failed - SCSI CDB error:0x02 (CHECK CONDITION) KCQ:0x05/20/00 (ILLEGAL REQUEST / "
             "INVALID COMMAND OPERATION CODE) sense data:70000500 0000000A 00000000 20000000 0000");
-  EXPECT_EQ(s.errorRC16().rfind("SCSI Read Capacity (16) failed - ", 0), 0u);
-  EXPECT_EQ(s.blockSize(), 512u);
-  EXPECT_EQ(s.size(), 0u);  // 8 GiB wraps to 0 in 32 bits
+  EXPECT_EQ(rejected.errorRC16().rfind("SCSI Read Capacity (16) failed - ", 0), 0u);
+  EXPECT_EQ(rejected.blockSize(), 512u);
+  EXPECT_EQ(rejected.size(), 0u);  // 8 GiB wraps to 0 in 32 bits
   disk.sectors = 131072;
   const Stat small("/dev/null");
   EXPECT_EQ(small.size(), 64u << 20);

@@ -64,7 +64,7 @@ TEST(TCPSocket, ExchangesBytesBothWaysOnBothFamilies) {
   }
 }
 
-TEST(TCPSocket, GetReturnsZeroOnceThePeerClosedAndClosingTwiceIsHarmless) {
+TEST(TCPSocket, GetReturnsZeroOnceThePeerClosedClosingTwiceIsHarmlessAndEmptySocketsThrow) {
   Connection c;
   c.client.close();
   c.client.close();
@@ -72,9 +72,12 @@ TEST(TCPSocket, GetReturnsZeroOnceThePeerClosedAndClosingTwiceIsHarmless) {
   char buffer[8];
   EXPECT_EQ(c.accepted.get(buffer, sizeof buffer, 5000), 0);
   EXPECT_EQ(c.client.id(), ~0ULL);
+  TCPClientSocket empty;
+  QUOREL_EXPECT_THROW(empty.get(buffer, 1), NULLDereferenceException, "this handle does not contain a valid object", 0,
+                      0);
 }
 
-TEST(TCPSocket, TimedReceiveReturnsMinusOneOrThrowsAndKeepsTheMode) {
+TEST(TCPSocket, TimedReceiveAndSendReturnMinusOneOrThrowAndKeepTheMode) {
   Connection c;
   char buffer[8];
   EXPECT_EQ(c.accepted.receive(buffer, sizeof buffer, 20, true), -1);
@@ -89,10 +92,8 @@ TEST(TCPSocket, TimedReceiveReturnsMinusOneOrThrowsAndKeepsTheMode) {
   EXPECT_EQ(c.accepted.get(buffer, sizeof buffer), -1);  // nothing to read: -1 at once
   EXPECT_EQ(c.accepted.receive(buffer, sizeof buffer, 20, true), -1);
   EXPECT_TRUE(test::isNonBlocking(c.accepted.id()));
-}
 
-TEST(TCPSocket, TimedSendThrowsWhenTheBufferStaysFull) {
-  Connection c;
+  // A timed send throws when the buffer stays full.
   c.client.beNonblocking();
   std::vector<char> chunk(65536, 'x');
   int filled = 0;
@@ -212,14 +213,7 @@ TEST(TCPSocket, ConnectFailuresNameTheConnectingOperation) {
   EXPECT_EQ(test::openDescriptorCount(), descriptors);
 }
 
-TEST(TCPSocket, EmptySocketsThrowTheHandleError) {
-  TCPClientSocket empty;
-  char c;
-  QUOREL_EXPECT_THROW(empty.get(&c, 1), NULLDereferenceException, "this handle does not contain a valid object", 0,
-                      0);
-}
-
-TEST(SocketAddresses, RolesChooseFamilyAndWildcard) {
+TEST(SocketAddresses, RolesChooseFamilyAndWildcardAndTheResolverIterates) {
   const TCPConnectingAddress v6("::1", 80);
   EXPECT_TRUE(v6.isIPv6());
   EXPECT_EQ(v6.port(), 80);
@@ -240,9 +234,7 @@ TEST(SocketAddresses, RolesChooseFamilyAndWildcard) {
   EXPECT_EQ(broadcast.port(), 9);
   EXPECT_EQ(broadcast.numericalName(), "255.255.255.255");
   EXPECT_EQ(broadcast.description(), "family:AF_INET(2) type:SOCK_DGRAM(2) protocol:IPPROTO_UDP(2)");
-}
 
-TEST(SocketAddresses, ResolverResultsAndIteration) {
   sal::sys::io::SocketAddressInfo info(nullptr, "80", AF_INET, SOCK_STREAM, IPPROTO_TCP, true);
   sal::sys::io::SocketAddressInfo::Iterator it(info);
   ASSERT_FALSE(it.atEnd());
@@ -281,34 +273,19 @@ TEST(SocketAddresses, TextsKeepTheClassicLocale) {
 // Failure rows of the socket layer that need a failing system call.
 TEST(SocketFailures, FailedCallsThrowWithTheirMessages) {
   const int descriptors = test::openDescriptorCount();
-  {
-    test::fault::Injection fail("socket", EMFILE);
-    QUOREL_EXPECT_THROW(TCPServerSocket(test::loopbackBinding(AF_INET), false), sal::sys::Exception,
-                        "::socket() failed", 2, EMFILE);
-  }
-  {
-    test::fault::Injection fail("fcntl", EBADF);  // the close-on-exec flag of a new socket
-    QUOREL_EXPECT_THROW(TCPServerSocket(test::loopbackBinding(AF_INET), false), sal::sys::Exception,
-                        "::fcntl() failed", 2, EBADF);
-  }
-  {
-    test::fault::Injection fail("setsockopt", ENOPROTOOPT);
-    QUOREL_EXPECT_THROW(TCPServerSocket(test::loopbackBinding(AF_INET), false), sal::sys::Exception,
-                        "::setsockopt() failed for SO_REUSEADDR", 2, ENOPROTOOPT);
-  }
-  {
-    test::fault::Injection fail("setsockopt", ENOPROTOOPT);
-    QUOREL_EXPECT_THROW(UDPSocket(test::loopbackUDPBinding(AF_INET), UDPSocket::kSend, false), sal::sys::Exception,
-                        "::setsockopt() failed for SO_BROADCAST", 2, ENOPROTOOPT);
-  }
+  QUOREL_EXPECT_FAULT("socket", EMFILE, TCPServerSocket(test::loopbackBinding(AF_INET), false), sal::sys::Exception,
+                      "::socket() failed", 2, EMFILE);
+  QUOREL_EXPECT_FAULT("fcntl", EBADF, TCPServerSocket(test::loopbackBinding(AF_INET), false), sal::sys::Exception,
+                      "::fcntl() failed", 2, EBADF);  // the close-on-exec flag of a new socket
+  QUOREL_EXPECT_FAULT("setsockopt", ENOPROTOOPT, TCPServerSocket(test::loopbackBinding(AF_INET), false),
+                      sal::sys::Exception, "::setsockopt() failed for SO_REUSEADDR", 2, ENOPROTOOPT);
+  QUOREL_EXPECT_FAULT("setsockopt", ENOPROTOOPT, UDPSocket(test::loopbackUDPBinding(AF_INET), UDPSocket::kSend, false),
+                      sal::sys::Exception, "::setsockopt() failed for SO_BROADCAST", 2, ENOPROTOOPT);
   EXPECT_EQ(test::openDescriptorCount(), descriptors);
   Connection c;
   char buffer[4];
-  {
-    test::fault::Injection fail("fcntl", EBADF);
-    QUOREL_EXPECT_THROW(c.accepted.get(buffer, 4, 10), sal::sys::Exception, "::fcntl() failed to retrieve flags", 2,
-                        EBADF);
-  }
+  QUOREL_EXPECT_FAULT("fcntl", EBADF, c.accepted.get(buffer, 4, 10), sal::sys::Exception,
+                      "::fcntl() failed to retrieve flags", 2, EBADF);
   {
     test::fault::Injection fail("fcntl", EBADF, 2);
     QUOREL_EXPECT_THROW(c.accepted.get(buffer, 4, 10), sal::sys::Exception, "::fcntl() failed to set flags", 2, EBADF);
@@ -318,30 +295,23 @@ TEST(SocketFailures, FailedCallsThrowWithTheirMessages) {
     QUOREL_EXPECT_THROW(c.accepted.get(buffer, 4, 10), sal::sys::Exception, "::select() failed", 2, EINTR);
     EXPECT_FALSE(test::isNonBlocking(c.accepted.id()));
   }
-  {
-    test::fault::Injection fail("gethostname", EFAULT);
-    QUOREL_EXPECT_THROW(AINETAddress::selfHostName(), sal::sys::Exception, "::gethostname() failed", 2, EFAULT);
-  }
+  QUOREL_EXPECT_FAULT("gethostname", EFAULT, AINETAddress::selfHostName(), sal::sys::Exception,
+                      "::gethostname() failed", 2, EFAULT);
   {
     test::fault::Injection fail("getaddrinfo", EAI_FAIL, 1, 2);  // the numeric try and the host-name retry
-    auto e = QUOREL_EXPECT_THROW(TCPConnectingAddress("127.0.0.1", 80), sal::sys::Exception,
-                                 "::getaddrinfo(127.0.0.1) failed", 4, EAI_FAIL);
+    QUOREL_EXPECT_THROW(TCPConnectingAddress("127.0.0.1", 80), sal::sys::Exception, "::getaddrinfo(127.0.0.1) failed",
+                        4, EAI_FAIL);
   }
-  {
-    test::fault::Injection fail("getnameinfo", EAI_AGAIN);
-    QUOREL_EXPECT_THROW(TCPConnectingAddress("127.0.0.1", 80).canonicalName(), sal::sys::Exception,
-                        "::getnameinfo() failed to retrieve the canonical host name string", 4, EAI_AGAIN);
-  }
+  QUOREL_EXPECT_FAULT("getnameinfo", EAI_AGAIN, TCPConnectingAddress("127.0.0.1", 80).canonicalName(),
+                      sal::sys::Exception, "::getnameinfo() failed to retrieve the canonical host name string", 4,
+                      EAI_AGAIN);
 }
 
 // The failure rows of listening, accepting, transfers and address queries.
 TEST(SocketFailures, ListenAcceptTransfersAndAddressQueries) {
   const int descriptors = test::openDescriptorCount();
-  {
-    test::fault::Injection fail("listen", EADDRINUSE);
-    QUOREL_EXPECT_THROW(TCPServerSocket(test::loopbackBinding(AF_INET), false), sal::sys::Exception,
-                        "::listen() failed", 2, EADDRINUSE);
-  }
+  QUOREL_EXPECT_FAULT("listen", EADDRINUSE, TCPServerSocket(test::loopbackBinding(AF_INET), false),
+                      sal::sys::Exception, "::listen() failed", 2, EADDRINUSE);
   EXPECT_EQ(test::openDescriptorCount(), descriptors);
   Connection c;
   const TCPClientSocket waiting(TCPConnectingAddress("127.0.0.1", c.server.selfAddress().port()), true, false);
@@ -378,10 +348,8 @@ TEST(SocketFailures, ListenAcceptTransfersAndAddressQueries) {
                         "non-blocking ::recvfrom() failed", 2, ECONNREFUSED);
   }
   QUOREL_EXPECT_THROW(c.server.peerAddress(), sal::sys::Exception, "::getpeername() failed", 2, ENOTCONN);
-  {
-    test::fault::Injection fail("getsockname", ENOBUFS);
-    QUOREL_EXPECT_THROW(c.server.selfAddress(), sal::sys::Exception, "::getsockname() failed", 2, ENOBUFS);
-  }
+  QUOREL_EXPECT_FAULT("getsockname", ENOBUFS, c.server.selfAddress(), sal::sys::Exception, "::getsockname() failed",
+                      2, ENOBUFS);
   // An address of another family is refused before the call: the connection stays queued.
   TCPServerSocket v6(test::loopbackBinding(AF_INET6), false);
   const TCPClientSocket client6(TCPConnectingAddress("::1", v6.selfAddress().port()), true, false);

@@ -92,6 +92,13 @@ void expectFailure(const std::vector<Event>& events, const char* slot, const std
   test::expectFields(*events[0].failure, why, domain, code);
 }
 
+// Checks that the one event is a completion in slot with this result.
+void expectDone(const std::vector<Event>& events, const char* slot, int result) {
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].slot, slot);
+  EXPECT_EQ(events[0].result, result);
+}
+
 mux::Spec syncSpec() {
   mux::Spec spec;
   spec.set<mx::type::Sync>();
@@ -167,12 +174,9 @@ TEST(MuxSpec, DefaultsEveryWordAndSharedOrClonedRecords) {
   spec.set<mx::type::Async>().set<mx::tcp::Enabled>().set<mx::scsi::rw32>().set<mx::ata::onscsi::Enabled>();
   spec.set<mx::posix::rt::Disabled>().set<mx::winiocp::Enabled>();
   EXPECT_TRUE(shared.is<mx::type::Async>());
-  EXPECT_EQ(shared.key().words[mx::kType], 3);
-  EXPECT_EQ(shared.key().words[mx::kTCP], 0);
-  EXPECT_EQ(shared.key().words[mx::kSCSICDBSize], 2);
-  EXPECT_EQ(shared.key().words[mx::kATAOnSCSI], 0);
-  EXPECT_EQ(shared.key().words[mx::kPOSIXRT], 1);
-  EXPECT_EQ(shared.key().words[mx::kWinIOCP], 0);
+  const std::pair<int, int> changed[] = {{mx::kType, 3},   {mx::kTCP, 0},     {mx::kSCSICDBSize, 2},
+                                       {mx::kATAOnSCSI, 0}, {mx::kPOSIXRT, 1}, {mx::kWinIOCP, 0}};
+  for (const auto& word : changed) EXPECT_EQ(shared.key().words[word.first], word.second) << "word " << word.first;
 
   mux::Spec copy = spec.clone();
   spec.set<mx::scsi::rw16>().set<mx::type::Select>();
@@ -184,8 +188,8 @@ TEST(MuxSpec, DefaultsEveryWordAndSharedOrClonedRecords) {
 
 TEST(MuxSpec, TypesOfOtherPlatformsAreRefusedAndChangeNothing) {
   mux::Spec spec = syncSpec();
-  auto e = QUOREL_EXPECT_THROW(spec.set<mx::type::DevPoll>(), OperationNotSupportedException,
-                               "the multiplexer type 'DevPoll' is not supported on this platform", kApplication, 0);
+  QUOREL_EXPECT_THROW(spec.set<mx::type::DevPoll>(), OperationNotSupportedException,
+                      "the multiplexer type 'DevPoll' is not supported on this platform", kApplication, 0);
   QUOREL_EXPECT_THROW(spec.set<mx::type::KQueue>(), OperationNotSupportedException,
                       "the multiplexer type 'KQueue' is not supported on this platform", kApplication, 0);
   EXPECT_TRUE(spec.is<mx::type::Sync>());
@@ -292,31 +296,17 @@ TEST(SyncDispatcher, ReadsAndWritesAtOffsetsShortAtTheEndOfTheFile) {
   }
 }
 
-TEST(SyncDispatcher, ACountOfAllOnesCompletesWithTheSentinelWithoutIO) {
+TEST(SyncDispatcher, ACountOfAllOnesCompletesWithTheSentinelWithoutIOAndFailuresReachTheirSlots) {
   ScratchFile file;
   file.fill("abc");
   Dispatcher dispatcher = Dispatcher::create(syncSpec(), 1);
-  Recorder handler;
-  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
-  test::fault::Injection never("pread64", EIO, 1000000);
-  test::fault::Injection neverWrite("pwrite64", EIO, 1000000);
-  request->submit(i::op::Read(), nullptr, -1, 0);
-  dispatcher.wait();
-  request->submit(i::op::Write(), nullptr, -1, 0);
-  dispatcher.wait();
-  EXPECT_EQ(test::fault::calls("pread64"), 0);
-  EXPECT_EQ(test::fault::calls("pwrite64"), 0);
-  ASSERT_EQ(handler.events.size(), 2u);
-  EXPECT_EQ(handler.events[0].slot, "read");
-  EXPECT_EQ(handler.events[0].result, -666);
-  EXPECT_EQ(handler.events[1].slot, "write");
-  EXPECT_EQ(handler.events[1].result, -666);
-}
-
-TEST(SyncDispatcher, FailedReadsAndWritesReachTheirSlots) {
-  ScratchFile file;
-  file.fill("abc");
-  Dispatcher dispatcher = Dispatcher::create(syncSpec(), 1);
+  {
+    test::fault::Injection never("pread64", EIO, 1000000), neverWrite("pwrite64", EIO, 1000000);
+    expectDone(runOne(dispatcher, file.open(true, true), false, nullptr, -1, 0), "read", -666);
+    expectDone(runOne(dispatcher, file.open(true, true), true, nullptr, -1, 0), "write", -666);
+    EXPECT_EQ(test::fault::calls("pread64"), 0);
+    EXPECT_EQ(test::fault::calls("pwrite64"), 0);
+  }
   char buffer[4];
   expectFailure<ReadException>(runOne(dispatcher, file.open(false, true), false, buffer, 3, 0),  // write-only
                                "read-failed", "::pread() failed", kSystemCall, EBADF);
@@ -324,7 +314,7 @@ TEST(SyncDispatcher, FailedReadsAndWritesReachTheirSlots) {
                                 "write-failed", "::pwrite() failed", kSystemCall, EBADF);
 }
 
-TEST(SyncDispatcher, SocketRequestsMoveEveryByteAndReportRecvAndSendFailures) {
+TEST(SyncDispatcher, SocketRequestsMoveEveryByteEndShortWhenThePeerClosesAndReportFailures) {
   Connected connected;
   sal::io::ATCPIOSocket peer = connected.server.accept(5000);
 
@@ -351,6 +341,13 @@ TEST(SyncDispatcher, SocketRequestsMoveEveryByteAndReportRecvAndSendFailures) {
   EXPECT_EQ(handler.events[0].result, 1 << 20);
   EXPECT_EQ(handler.events[1].result, 1 << 20);
   EXPECT_TRUE(in == out);
+  // A read ends short when the peer closes (through the UDP path's spec too).
+  spec.set<mx::udp::Enabled>();
+  Dispatcher udp = Dispatcher::create(spec, 1);
+  peer.put("12345", 5);
+  peer.close();
+  expectDone(runOne(udp, connected.client, false, in.data(), 64, 0), "read", 5);
+  EXPECT_EQ(std::string(in.data(), 5), "12345");
 
   // A file is no socket.
   ScratchFile file;
@@ -360,22 +357,6 @@ TEST(SyncDispatcher, SocketRequestsMoveEveryByteAndReportRecvAndSendFailures) {
                                "::recv() failed", kSystemCall, ENOTSOCK);
   expectFailure<WriteException>(runOne(dispatcher, file.open(true, true), true, buffer, 3, 0), "write-failed",
                                 "::send() failed", kSystemCall, ENOTSOCK);
-}
-
-TEST(SyncDispatcher, SocketReadsEndShortWhenThePeerCloses) {
-  Connected connected;
-  mux::Spec spec = syncSpec();
-  spec.set<mx::udp::Enabled>();
-  Dispatcher dispatcher = Dispatcher::create(spec, 1);
-  {
-    sal::io::ATCPIOSocket peer = connected.server.accept(5000);
-    peer.put("12345", 5);
-  }  // closed
-  char buffer[64];
-  const std::vector<Event> events = runOne(dispatcher, connected.client, false, buffer, 64, 0);
-  ASSERT_EQ(events.size(), 1u);
-  EXPECT_EQ(events[0].result, 5);
-  EXPECT_EQ(std::string(buffer, 5), "12345");
 }
 
 // Pass-through paths on a file that is no SCSI device: the ioctl fails.
@@ -432,10 +413,13 @@ TEST(SyncDispatcher, ASCSIRequestWithoutABlockSizeFailsWithEINVAL) {
                                    "read-failed", "device I/O control failed for SCSI Read (10)", kSystemCall, EINVAL);
 }
 
-// SG_IO answered by a stand-in device: CHECK CONDITION with fixed-format
-// sense ILLEGAL REQUEST / INVALID FIELD IN CDB, or (for ATA PASS-THROUGH) a
-// completion whose returned ATA status has ERR set.
-const unsigned char kIllegalRequest[18] = {0x70, 0, 0x05, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x24, 0, 0, 0, 0, 0};
+// SG_IO answered by a stand-in device: CHECK CONDITION with the sense data
+// in `senseReply`: fixed-format ILLEGAL REQUEST / INVALID FIELD IN CDB, or
+// descriptor sense with the ATA Status Return descriptor, error 0x04 (ABRT),
+// status 0x51 (ERR).
+const std::string kIllegalRequest("\x70\0\x05\0\0\0\0\x0a\0\0\0\0\x24\0\0\0\0\0", 18);
+const std::string kATAError("\x72\x01\0\x1d\0\0\0\x0e\x09\x0c\0\x04\0\0\0\0\0\0\0\0\x40\x51", 22);
+std::string senseReply;
 std::vector<unsigned char> lastCDB;
 
 int checkCondition(int, unsigned long request, void* argument) {
@@ -445,29 +429,15 @@ int checkCondition(int, unsigned long request, void* argument) {
   header->status = 2;
   header->host_status = header->driver_status = 0;
   header->resid = 0;
-  header->sb_len_wr = sizeof kIllegalRequest;
-  std::memcpy(header->sbp, kIllegalRequest, sizeof kIllegalRequest);
-  return 0;
-}
-
-int ataError(int, unsigned long request, void* argument) {
-  if (request != SG_IO) return -1;
-  sg_io_hdr* header = static_cast<sg_io_hdr*>(argument);
-  // Descriptor sense with the ATA Status Return descriptor: error 0x04 (ABRT), status 0x51 (ERR).
-  const unsigned char sense[22] = {0x72, 0x01, 0x00, 0x1d, 0, 0, 0, 14, 0x09, 12, 0, 0x04, 0, 0, 0, 0, 0, 0, 0, 0,
-                                   0x40, 0x51};
-  header->status = 2;
-  header->host_status = header->driver_status = 0;
-  header->resid = 0;
-  header->sb_len_wr = sizeof sense;
-  std::memcpy(header->sbp, sense, sizeof sense);
+  header->sb_len_wr = static_cast<unsigned char>(senseReply.size());
+  std::memcpy(header->sbp, senseReply.data(), senseReply.size());
   return 0;
 }
 
 TEST(SyncDispatcher, ADeviceThatRejectsTheCommandGivesItsStatusAndSense) {
   ScratchFile file;
   file.fill("x");
-  const std::string sense(reinterpret_cast<const char*>(kIllegalRequest), sizeof kIllegalRequest);
+  const std::string sense = senseReply = kIllegalRequest;
   test::fault::StandIn device("ioctl", reinterpret_cast<void*>(checkCondition));
   {
     mux::Spec spec = syncSpec();
@@ -508,12 +478,8 @@ TEST(SyncDispatcher, ADeviceThatRejectsTheCommandGivesItsStatusAndSense) {
       expectFailure<WriteException>(events, "write-failed", "ATA TRIM failed", kApplication, 0x51);
     }
   }
-}
-
-TEST(SyncDispatcher, ATATRIMWithTheErrorBitGivesTheStatusAndErrorRegisters) {
-  ScratchFile file;
-  file.fill("x");
-  test::fault::StandIn device("ioctl", reinterpret_cast<void*>(ataError));
+  // ATA TRIM with the error bit: the status and error registers.
+  senseReply = kATAError;
   for (bool satl : {false, true}) {
     mux::Spec spec = syncSpec();
     spec.set<mx::ata::trim::Enabled>();
@@ -538,10 +504,7 @@ TEST(SyncDispatcher, DiscardsOfAZeroLengthSendNothingAndComplete) {
     if (path >= 1) spec.set<mx::ata::trim::Enabled>();
     if (path == 2) spec.set<mx::ata::onscsi::Enabled>();
     Dispatcher dispatcher = Dispatcher::create(spec, 1);
-    const std::vector<Event> events = runOne(dispatcher, file.open(true, true), true, nullptr, 0, 4096, 512);
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].slot, "write");
-    EXPECT_EQ(events[0].result, 0);
+    expectDone(runOne(dispatcher, file.open(true, true), true, nullptr, 0, 4096, 512), "write", 0);
   }
   EXPECT_EQ(test::fault::calls("ioctl"), 0);
 }
@@ -642,11 +605,8 @@ TEST(AsyncDispatcher, MisalignedDirectRequestsCompleteWithTheErrorNumber) {
   Aligned buffer(8192);
   for (bool write : {false, true}) {
     handler.events.clear();
-    if (write) {
-      ASSERT_TRUE(request->submit(i::op::Write(), buffer.data + 1, 4096, 0));
-    } else {
-      ASSERT_TRUE(request->submit(i::op::Read(), buffer.data + 1, 4096, 0));
-    }
+    ASSERT_TRUE(write ? request->submit(i::op::Write(), buffer.data + 1, 4096, 0)
+                      : request->submit(i::op::Read(), buffer.data + 1, 4096, 0));
     EXPECT_EQ(dispatcher.pending(), 1);
     dispatcher.wait();
     EXPECT_EQ(dispatcher.pending(), 0);
@@ -708,13 +668,13 @@ TEST(AsyncDispatcher, ARefusedSubmissionReachesItsSlotAndLeavesNothingPending) {
   std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
   endpoint.close();  // no descriptor: io_submit refuses it
   char buffer[3];
-  EXPECT_FALSE(request->submit(i::op::Write(), buffer, 3, 0));
-  expectFailure<AIORequestException>(handler.events, "submission-failed", "::io_submit() failed for write", kSystemCall,
-                                     EBADF);
-  handler.events.clear();
-  EXPECT_FALSE(request->submit(i::op::Read(), buffer, 3, 0));
-  expectFailure<AIORequestException>(handler.events, "submission-failed", "::io_submit() failed for read", kSystemCall,
-                                     EBADF);
+  for (bool write : {true, false}) {
+    handler.events.clear();
+    EXPECT_FALSE(write ? request->submit(i::op::Write(), buffer, 3, 0) : request->submit(i::op::Read(), buffer, 3, 0));
+    expectFailure<AIORequestException>(handler.events, "submission-failed",
+                                       write ? "::io_submit() failed for write" : "::io_submit() failed for read",
+                                       kSystemCall, EBADF);
+  }
   EXPECT_EQ(dispatcher.pending(), 0);
   dispatcher.wait();  // returns at once
 }
@@ -740,12 +700,11 @@ TEST(AsyncDispatcher, HeldRequestsCompleteWithTheSentinelAndWaitForSkipsTheKerne
     EXPECT_EQ(test::fault::calls("syscall"), 0);
   }
   ASSERT_EQ(handler.events.size(), 2u);
-  EXPECT_EQ(handler.events[0].slot, "read");
-  EXPECT_EQ(handler.events[0].id, 1u);
-  EXPECT_EQ(handler.events[0].result, -666);
-  EXPECT_EQ(handler.events[1].slot, "write");
-  EXPECT_EQ(handler.events[1].id, 2u);
-  EXPECT_EQ(handler.events[1].result, -666);
+  for (unsigned int n = 0; n < 2; ++n) {
+    EXPECT_EQ(handler.events[n].slot, n == 0 ? "read" : "write");
+    EXPECT_EQ(handler.events[n].id, n + 1);
+    EXPECT_EQ(handler.events[n].result, -666);
+  }
   EXPECT_EQ(dispatcher.pending(), 0);
 
   // wait() completes held requests and kernel requests alike.
@@ -844,14 +803,22 @@ TEST(AsyncDispatcher, WaitForReturnsAfterItsTimeWhenTheKernelCompletesNothing) {
   EXPECT_EQ(dispatcher.pending(), 1);
 }
 
-namespace {
 // The interrupt signal's disposition, restored after a test.
 struct KeepSignal6 {
   KeepSignal6() { ::sigaction(SIGABRT, nullptr, &saved); }
   ~KeepSignal6() { ::sigaction(SIGABRT, &saved, nullptr); }
+  static void set(void (*handler)(int)) {
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    ::sigaction(SIGABRT, &action, nullptr);
+  }
+  static void (*now())(int) {
+    struct sigaction action;
+    ::sigaction(SIGABRT, nullptr, &action);
+    return action.sa_handler;
+  }
   struct sigaction saved;
 };
-}  // namespace
 
 // Whether each signal is blocked in the calling thread (signal n at n - 1).
 std::vector<int> currentMask() {
@@ -922,18 +889,12 @@ long aioCalls(long number, long a, long b, long c, long d, long e, long f) {
 TEST(AsyncDispatcher, OneInterruptFromAnotherThreadEndsTheWaitWhereverItLands) {
   QUOREL_REQUIRE_FAULT_POINT("syscall");
   KeepSignal6 keep;
-  struct sigaction byDefault;
-  std::memset(&byDefault, 0, sizeof byDefault);
-  byDefault.sa_handler = SIG_DFL;
-  ::sigaction(SIGABRT, &byDefault, nullptr);
-
+  KeepSignal6::set(SIG_DFL);
   ScratchFile file;
   file.fill("abc");
   Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
   dispatcher.interrupt();  // the owner: no signal, disposition untouched
-  struct sigaction now;
-  ::sigaction(SIGABRT, nullptr, &now);
-  EXPECT_EQ(now.sa_handler, SIG_DFL);
+  EXPECT_EQ(KeepSignal6::now(), SIG_DFL);
 
   Recorder handler;
   std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
@@ -976,8 +937,7 @@ TEST(AsyncDispatcher, OneInterruptFromAnotherThreadEndsTheWaitWhereverItLands) {
   ASSERT_EQ(handler.events.size(), 1u);
   EXPECT_EQ(handler.events[0].result, 3);
 
-  ::sigaction(SIGABRT, nullptr, &now);
-  EXPECT_NE(now.sa_handler, SIG_DFL);  // the dispatcher's own handler
+  EXPECT_NE(KeepSignal6::now(), SIG_DFL);  // the dispatcher's own handler
   EXPECT_EQ(currentMask(), locked);
   dispatcher.unlock();
 }
@@ -1015,53 +975,41 @@ TEST(AsyncDispatcher, LocksNestAndOnlyTheOwnerUnlocks) {
 TEST(AsyncDispatcher, AProgramsOwnInterruptHandlerIsKept) {
   KeepSignal6 keep;
   static std::atomic<int> caught(0);
-  struct sigaction own;
-  std::memset(&own, 0, sizeof own);
-  own.sa_handler = +[](int) { caught.fetch_add(1); };
-  ::sigaction(SIGABRT, &own, nullptr);
-
+  void (*own)(int) = +[](int) { caught.fetch_add(1); };
+  KeepSignal6::set(own);
   Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 1);
   std::thread([&dispatcher] { dispatcher.interrupt(); }).join();
   EXPECT_TRUE(test::eventually([] { return caught.load() == 1; }));
-  struct sigaction now;
-  ::sigaction(SIGABRT, nullptr, &now);
-  EXPECT_EQ(now.sa_handler, own.sa_handler);
+  EXPECT_EQ(KeepSignal6::now(), own);
 }
 
 TEST(AsyncDispatcher, SignalCallsThatFailAreReported) {
   QUOREL_REQUIRE_FAULT_POINT("pthread_sigmask");
   KeepSignal6 keep;
   Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 1);
-  {
-    test::fault::Injection fail("pthread_sigmask", EINVAL);
-    QUOREL_EXPECT_THROW(dispatcher.lock(), AIOException, "::pthread_sigmask() failed", kSystemCall, EINVAL);
-  }
+  QUOREL_EXPECT_FAULT("pthread_sigmask", EINVAL, dispatcher.lock(), AIOException, "::pthread_sigmask() failed",
+                      kSystemCall, EINVAL);
   dispatcher.unlock();  // never locked: nothing to restore
   dispatcher.lock();
-  {
-    test::fault::Injection fail("pthread_sigmask", EPERM);
-    QUOREL_EXPECT_THROW(dispatcher.unlock(), AIOException, "::pthread_sigmask() failed", kSystemCall, EPERM);
-  }
+  QUOREL_EXPECT_FAULT("pthread_sigmask", EPERM, dispatcher.unlock(), AIOException, "::pthread_sigmask() failed",
+                      kSystemCall, EPERM);
   dispatcher.unlock();  // still locked after the failure: this one restores
   std::thread([&dispatcher] {
-    {
-      test::fault::Injection fail("sigaction", EINVAL);
-      QUOREL_EXPECT_THROW(dispatcher.interrupt(), AIOException, "::sigaction() failed", kSystemCall, EINVAL);
-    }
+    QUOREL_EXPECT_FAULT("sigaction", EINVAL, dispatcher.interrupt(), AIOException, "::sigaction() failed", kSystemCall,
+                        EINVAL);
     {
       test::fault::Injection fail("sigaction", EINVAL, 2);  // the query works, installing fails
-      struct sigaction byDefault;
-      std::memset(&byDefault, 0, sizeof byDefault);
-      byDefault.sa_handler = SIG_DFL;
-      ::sigaction(SIGABRT, &byDefault, nullptr);
+      KeepSignal6::set(SIG_DFL);
       QUOREL_EXPECT_THROW(dispatcher.interrupt(), AIOException, "::sigaction() failed", kSystemCall, EINVAL);
     }
-    test::fault::Injection fail("pthread_kill", ESRCH);
-    QUOREL_EXPECT_THROW(dispatcher.interrupt(), AIOException, "::pthread_kill() failed", kSystemCall, ESRCH);
+    QUOREL_EXPECT_FAULT("pthread_kill", ESRCH, dispatcher.interrupt(), AIOException, "::pthread_kill() failed",
+                        kSystemCall, ESRCH);
   }).join();
 }
 
-TEST(AsyncDispatcher, WithoutAKernelContextEverySubmissionIsRefused) {
+int destroyed = 0;  // io_destroy calls seen
+
+TEST(AsyncDispatcher, WithoutAKernelContextEverySubmissionIsRefusedAndAContextIsReleasedWithItsDispatcher) {
   QUOREL_REQUIRE_FAULT_POINT("syscall");
   ScratchFile file;
   file.fill("abc");
@@ -1076,18 +1024,12 @@ TEST(AsyncDispatcher, WithoutAKernelContextEverySubmissionIsRefused) {
   EXPECT_FALSE(request->submit(i::op::Read(), buffer, 3, 0));
   expectFailure<AIORequestException>(handler.events, "submission-failed", "::io_submit() failed for read", kSystemCall,
                                      EINVAL);
-}
-
-int destroyed = 0;  // io_destroy calls seen
-
-TEST(AsyncDispatcher, TheKernelContextIsReleasedWithTheDispatcher) {
-  QUOREL_REQUIRE_FAULT_POINT("syscall");
   test::fault::StandIn watch("syscall", reinterpret_cast<void*>(+[](long number, long a, long b, long c, long d,
                                                                      long e, long f) -> long {
     static_cast<void>(number == SYS_io_destroy && ++destroyed);
     return ::syscall(number, a, b, c, d, e, f);
   }));
-  { Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 8); }
+  { Dispatcher released = Dispatcher::create(asyncSpec(), 8); }
   EXPECT_EQ(destroyed, 1);
 }
 

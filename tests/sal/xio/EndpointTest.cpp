@@ -10,6 +10,7 @@
 #include <functional>
 #include <new>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -50,7 +51,7 @@ struct ScratchFile {
 bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
 bool closeOnExec(int fd) { return (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
 
-TEST(OpenSpecs, FlagsModeAndNamesForTheCombinationsThatMatter) {
+TEST(OpenSpecs, FlagsModeNamesAndSharedRecordsForTheCombinationsThatMatter) {
   const impl::fopen::Spec byDefault = computed(fopen::Spec());
   EXPECT_EQ(byDefault.flags, O_RDONLY | O_LARGEFILE);
   EXPECT_EQ(byDefault.mode, 0);
@@ -82,10 +83,8 @@ TEST(OpenSpecs, FlagsModeAndNamesForTheCombinationsThatMatter) {
   EXPECT_EQ(computed(everything).flags & O_NONBLOCK, 0);  // applied after the open
   EXPECT_TRUE(everything.is<i::open::nonblock::Enabled>());
   EXPECT_FALSE(everything.is<fo::win::writethru::Enabled>());
-}
 
-TEST(OpenSpecs, OptionStringAndSharedRecords) {
-  open::Spec spec;
+  open::Spec spec;  // copies share one record
   EXPECT_EQ(spec.asString(), "FD_CLOEXEC");
   EXPECT_TRUE(spec.is<i::open::inherit::Disabled>());
   open::Spec shared(spec);
@@ -166,13 +165,6 @@ TEST(Endpoints, WrappedStayOpenAdoptedCloseAndReopenGivesANewDescriptor) {
   EXPECT_TRUE(isOpen(static_cast<int>(file.id())));
 }
 
-TEST(Endpoints, InvalidDescriptorsFailWithTheirSwappedMessages) {
-  QUOREL_EXPECT_THROW(Endpoint::adopt(i::id::kNone, open::Spec()), WrapException,
-                      "attempt to wrap an invalid descriptor", 0, 0);
-  QUOREL_EXPECT_THROW(Endpoint::wrap(i::id::kNone, open::Spec()), AdoptException,
-                      "attempt to adaopt an invalid descriptor", 0, 0);
-}
-
 TEST(Endpoints, AFailedCloseForgetsTheDescriptorSoItsNumberIsNeverClosedAgain) {
   ScratchFile scratch;
   const int descriptors = test::openDescriptorCount();
@@ -234,7 +226,11 @@ TEST(Pipes, AnAllocationFailureClosesEachEndOnce) {
   EXPECT_TRUE(built);
 }
 
-TEST(Endpoints, StandardHandlesWrapTheirDescriptorsAndFailWhenClosed) {
+TEST(Endpoints, InvalidAndClosedStandardDescriptorsFailWithTheirSwappedMessages) {
+  QUOREL_EXPECT_THROW(Endpoint::adopt(i::id::kNone, open::Spec()), WrapException,
+                      "attempt to wrap an invalid descriptor", 0, 0);
+  QUOREL_EXPECT_THROW(Endpoint::wrap(i::id::kNone, open::Spec()), AdoptException,
+                      "attempt to adaopt an invalid descriptor", 0, 0);
   Endpoint out = Endpoint::wrap(i::stdfd::Output());
   EXPECT_EQ(out.id(), 1u);
   EXPECT_EQ(out.name(), "STDOUT");
@@ -321,50 +317,32 @@ TEST(XIOFailures, DescriptorCallsThrowTheirClassesAndMessages) {
   const int descriptors = test::openDescriptorCount();
   {
     const Endpoint file = Endpoint::open(scratch.path, writing());
-    {
-      test::fault::Injection fail("dup", EMFILE);
-      QUOREL_EXPECT_THROW(file.clone(i::open::inherit::Disabled()), CloneException, "::dup() failed", 2, EMFILE);
-    }
-    {
-      test::fault::Injection fail("fcntl", EBADF);
-      QUOREL_EXPECT_THROW(file.clone(i::open::inherit::Disabled()), CloneException, "::fcntl(F_SETFD, 1) failed", 2,
-                          EBADF);
-    }
+    QUOREL_EXPECT_FAULT("dup", EMFILE, file.clone(i::open::inherit::Disabled()), CloneException, "::dup() failed", 2,
+                        EMFILE);
+    QUOREL_EXPECT_FAULT("fcntl", EBADF, file.clone(i::open::inherit::Disabled()), CloneException,
+                        "::fcntl(F_SETFD, 1) failed", 2, EBADF);
     Endpoint other = Endpoint::open(scratch.path, fopen::Spec());
     const int fd = static_cast<int>(other.id());
     test::fault::Injection fail("close", EIO);
     QUOREL_EXPECT_THROW(other.close(), CloseException, "::close() failed", 2, EIO);
     ::close(fd);  // the injected failure left it open; the endpoint has let it go
   }
-  {
-    test::fault::Injection fail("open64", EACCES);
-    QUOREL_EXPECT_THROW(Endpoint::open(scratch.path, writing()), OpenException,
-                        "::open('" + scratch.path +
-                            "', O_WRONLY O_CREAT O_TRUNC O_LARGEFILE S_IRUSR S_IWUSR F_SETFD=FD_CLOEXEC) failed",
-                        2, EACCES);
-    fopen::Spec rsync;
-    rsync.set<fo::read::Enabled>().set<fo::posix::rsync::Enabled>();
-    test::fault::Injection again("open64", ENOENT);
-    QUOREL_EXPECT_THROW(Endpoint::open(scratch.path, rsync), OpenException,
-                        "::open('" + scratch.path + "', O_RDONLY O_RSYNC O_LARGEFILE F_SETFD=FD_CLOEXEC) failed", 2,
-                        ENOENT);
-  }
+  QUOREL_EXPECT_FAULT("open64", EACCES, Endpoint::open(scratch.path, writing()), OpenException,
+                      "::open('" + scratch.path +
+                          "', O_WRONLY O_CREAT O_TRUNC O_LARGEFILE S_IRUSR S_IWUSR F_SETFD=FD_CLOEXEC) failed",
+                      2, EACCES);
+  fopen::Spec rsync;
+  rsync.set<fo::read::Enabled>().set<fo::posix::rsync::Enabled>();
+  QUOREL_EXPECT_FAULT("open64", ENOENT, Endpoint::open(scratch.path, rsync), OpenException,
+                      "::open('" + scratch.path + "', O_RDONLY O_RSYNC O_LARGEFILE F_SETFD=FD_CLOEXEC) failed", 2,
+                      ENOENT);
   open::Spec nonblocking;
   nonblocking.set<i::open::nonblock::Enabled>();
-  {
-    test::fault::Injection fail("fcntl", EINVAL);
-    QUOREL_EXPECT_THROW(Endpoint::open(scratch.path, fopen::Spec(nonblocking)), OpenException,
-                        "::fcntl('" + scratch.path + "', F_SETFL, O_NONBLOCK) failed", 2, EINVAL);
-  }
-  {
-    test::fault::Injection fail("fcntl", EINVAL);
-    QUOREL_EXPECT_THROW(Endpoint::open(scratch.path, fopen::Spec()), OpenException,
-                        "::fcntl('" + scratch.path + "', F_SETFD, FD_CLOEXEC) failed", 2, EINVAL);
-  }
-  {
-    test::fault::Injection fail("pipe", ENFILE);
-    QUOREL_EXPECT_THROW(Pipe(open::Spec(), open::Spec()), OpenException, "::pipe() failed", 2, ENFILE);
-  }
+  QUOREL_EXPECT_FAULT("fcntl", EINVAL, Endpoint::open(scratch.path, fopen::Spec(nonblocking)), OpenException,
+                      "::fcntl('" + scratch.path + "', F_SETFL, O_NONBLOCK) failed", 2, EINVAL);
+  QUOREL_EXPECT_FAULT("fcntl", EINVAL, Endpoint::open(scratch.path, fopen::Spec()), OpenException,
+                      "::fcntl('" + scratch.path + "', F_SETFD, FD_CLOEXEC) failed", 2, EINVAL);
+  QUOREL_EXPECT_FAULT("pipe", ENFILE, Pipe(open::Spec(), open::Spec()), OpenException, "::pipe() failed", 2, ENFILE);
   {
     // Both fcntl failures are reported by the pair's creation itself.
     const char* const newPair =
@@ -392,14 +370,15 @@ TEST(XIOFailures, TransferCallsThrowTheirClassesAndMessages) {
     int error;
     std::function<void()> operation;
     const char* why;
+    const std::type_info& type;
   } rows[] = {
-      {"read", EIO, [&] { file.read(buffer, 4); }, "::read() failed"},
-      {"write", ENOSPC, [&] { file.write(buffer, 4); }, "::write() failed"},
-      {"pread64", EIO, [&] { file.read(buffer, 4, 0); }, "::pread() failed"},
-      {"pwrite64", EFBIG, [&] { file.write(buffer, 4, 0); }, "::pwrite() failed"},
-      {"lseek64", EINVAL, [&] { file.seek(0, i::fseek::from::End()); }, "::lseek() failed"},
-      {"ftruncate64", EPERM, [&] { file.truncate(); }, "::ftruncate() failed"},
-      {"fsync", EIO, [&] { file.sync(); }, "::fsync() failed"},
+      {"read", EIO, [&] { file.read(buffer, 4); }, "::read() failed", typeid(ReadException)},
+      {"write", ENOSPC, [&] { file.write(buffer, 4); }, "::write() failed", typeid(WriteException)},
+      {"pread64", EIO, [&] { file.read(buffer, 4, 0); }, "::pread() failed", typeid(ReadException)},
+      {"pwrite64", EFBIG, [&] { file.write(buffer, 4, 0); }, "::pwrite() failed", typeid(WriteException)},
+      {"lseek64", EINVAL, [&] { file.seek(0, i::fseek::from::End()); }, "::lseek() failed", typeid(SeekException)},
+      {"ftruncate64", EPERM, [&] { file.truncate(); }, "::ftruncate() failed", typeid(TruncateException)},
+      {"fsync", EIO, [&] { file.sync(); }, "::fsync() failed", typeid(sal::xio::SyncException)},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.call);
@@ -408,19 +387,10 @@ TEST(XIOFailures, TransferCallsThrowTheirClassesAndMessages) {
       row.operation();
       ADD_FAILURE() << "no exception";
     } catch (const quorel::Exception& e) {
+      EXPECT_TRUE(typeid(e) == row.type) << e.asString();
       test::expectFields(e, row.why, 2, row.error);
     }
   }
-  test::fault::Injection readFails("read", EIO);
-  EXPECT_THROW(file.read(buffer, 4), ReadException);
-  test::fault::Injection seekFails("lseek64", EINVAL);
-  EXPECT_THROW(file.seek(0, i::fseek::from::Begin()), SeekException);
-  test::fault::Injection truncateFails("ftruncate64", EPERM);
-  EXPECT_THROW(file.truncate(), TruncateException);
-  test::fault::Injection syncFails("fsync", EIO);
-  EXPECT_THROW(file.sync(), sal::xio::SyncException);
-  test::fault::Injection writeFails("pwrite64", EFBIG);
-  EXPECT_THROW(file.write(buffer, 4, 0), WriteException);
 }
 
 }  // namespace

@@ -80,7 +80,7 @@ pod::uint64 littleEndian(const unsigned char* at, int bytes) {
   return v;
 }
 
-TEST_F(Discard, UNMAPSplitsDescriptorsAtTheirLimit) {
+TEST_F(Discard, UNMAPSplitsDescriptorsAtTheirLimitCarriesAtMost4095PerCommandAndStopsAtAFailure) {
   sal::xio::impl::scsi::IOControl io(false);
   int status = -1, sense = -1;
   const pod::int64 bytes = (1LL << 32) * 512;
@@ -95,11 +95,9 @@ TEST_F(Discard, UNMAPSplitsDescriptorsAtTheirLimit) {
   EXPECT_EQ(bigEndian(&c.data[16], 4), 0xFFFFFFFEu);
   EXPECT_EQ(bigEndian(&c.data[24], 8), 2ULL + 0xFFFFFFFEULL);
   EXPECT_EQ(bigEndian(&c.data[32], 4), 2u);
-}
 
-TEST_F(Discard, UNMAPCarriesAtMost4095DescriptorsPerCommand) {
-  sal::xio::impl::scsi::IOControl io(false);
-  int status = -1, sense = -1;
+  // At most 4095 descriptors per command.
+  commands.clear();
   const pod::int64 blocks = 4095LL * 0xFFFFFFFELL + 5;
   EXPECT_EQ(fio::scsiUNMAPWithoutException(io, 3, 1, 0, blocks, 60, status, sense), blocks);
   ASSERT_EQ(commands.size(), 2u);
@@ -107,20 +105,18 @@ TEST_F(Discard, UNMAPCarriesAtMost4095DescriptorsPerCommand) {
   EXPECT_EQ(bigEndian(&commands[1].data[2], 2), 16u);
   EXPECT_EQ(bigEndian(&commands[1].data[8], 8), 4095ULL * 0xFFFFFFFEULL);
   EXPECT_EQ(bigEndian(&commands[1].data[16], 4), 5u);
-}
 
-TEST_F(Discard, UNMAPStopsAtTheFirstFailure) {
-  sal::xio::impl::scsi::IOControl io(false);
-  int status = -1, sense = -1;
+  // The first failure stops it.
+  commands.clear();
   scsiStatus = 0x18;  // RESERVATION CONFLICT
-  EXPECT_EQ(fio::scsiUNMAPWithoutException(io, 3, 1, 0, 4095LL * 0xFFFFFFFELL + 5, 60, status, sense), -1);
+  EXPECT_EQ(fio::scsiUNMAPWithoutException(io, 3, 1, 0, blocks, 60, status, sense), -1);
   EXPECT_EQ(commands.size(), 1u);
   EXPECT_EQ(status, 0x18);
   EXPECT_EQ(fio::scsiUNMAPWithoutException(io, 3, 512, 0, 0, 60, status, sense), 0);  // nothing to do
   EXPECT_EQ(commands.size(), 1u);
 }
 
-TEST_F(Discard, TRIMCutsEntriesAndPayloads) {
+TEST_F(Discard, TRIMCutsEntriesAndPayloadsAndReportsTheRegistersOfAFailure) {
   IOControl io;
   int status = -1, error = -1;
   EXPECT_EQ(fio::ataTRIMWithoutException(io, 3, 512, 512 * 10, 70000LL * 512, 60, status, error), 70000LL * 512);
@@ -146,11 +142,8 @@ TEST_F(Discard, TRIMCutsEntriesAndPayloads) {
   EXPECT_EQ(littleEndian(&commands[0].data[63 * 8 + 6], 2), 65535u);
   EXPECT_EQ(littleEndian(&commands[1].data[0], 6), 64u * 65535u);
   EXPECT_EQ(littleEndian(&commands[1].data[6], 2), 1u);
-}
 
-TEST_F(Discard, TRIMReportsTheStatusAndErrorRegistersOfAFailure) {
-  IOControl io;
-  int status = -1, error = -1;
+  // A failure reports the status and error registers.
   ataStatus = 0x51;  // ERR
   EXPECT_EQ(fio::ataTRIMWithoutException(io, 3, 512, 0, 512, 60, status, error), -1);
   EXPECT_EQ(status, 0x51);
