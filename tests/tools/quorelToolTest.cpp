@@ -280,6 +280,27 @@ TEST(QuorelTool, RunExitsWithTheProgramsStatusAndSaysHowItEnded) {
   r = run("run /nonexistent/quorel");
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "quorel: unable to locate the specified file to excute - No such file or directory\n");
+
+  // The frame's tasks run in its signal handler under a lock of the atomic
+  // pool: the tool's main thread, which takes such locks, blocks the frame's
+  // signals (SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP), and a thread of the
+  // tool's own takes them.
+  r = run("run sh -c 'echo $PPID; for t in /proc/$PPID/task/*; do echo ${t##*/} $(grep SigBlk $t/status | cut -f2); "
+          "done'");
+  EXPECT_EQ(r.status, 0);
+  std::istringstream lines(r.out);
+  long long tool = 0, task = 0;
+  std::string mask;
+  lines >> tool;
+  const unsigned long long kFrame = 0x84007;
+  bool mainBlocks = false, anotherTakes = false;
+  while (lines >> task >> mask) {
+    const unsigned long long blocked = std::stoull(mask, nullptr, 16);
+    if (task == tool) mainBlocks = (blocked & kFrame) == kFrame;
+    if (task != tool) anotherTakes = anotherTakes || (blocked & kFrame) == 0;
+  }
+  EXPECT_TRUE(mainBlocks) << r.out;
+  EXPECT_TRUE(anotherTakes) << r.out;
 }
 
 TEST(QuorelTool, ASignalToRunEndsTheProgram) {
