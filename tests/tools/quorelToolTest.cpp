@@ -304,9 +304,6 @@ TEST(QuorelTool, RunExitsWithTheProgramsStatusAndSaysHowItEnded) {
 }
 
 TEST(QuorelTool, ASignalToRunEndsTheProgram) {
-#ifdef __SANITIZE_THREAD__
-  GTEST_SKIP() << "ThreadSanitizer holds a signal's handler back while the tool waits in a restarted waitpid";
-#endif
   // The program blocks every signal itself; the tool ends it.
   const ToolRun r = run("run sleep 30 2>&1 & sleep 0.3; kill -TERM $!; wait $!");
   EXPECT_EQ(r.status, 1);

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -69,8 +70,9 @@ ChildRun inChild(const std::function<int(int)>& body) {
 
 void say(int fd, const std::string& text) { static_cast<void>(::write(fd, text.data(), text.size())); }
 
-// Counters the tasks move (each child has its own copy).
-int starts = 0, stops = 0, interrupts = 0;
+// Counters the tasks move (each child has its own copy), read on other
+// threads than the handlers'.
+std::atomic<int> starts(0), stops(0), interrupts(0);
 int start() { return ++starts; }
 int stop() { return ++stops; }
 int interrupt() { return ++interrupts; }
