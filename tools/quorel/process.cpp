@@ -2,6 +2,9 @@
 //
 //   quorel run [--detach] [--cwd DIR] [--env K=V]... PROGRAM ARGS...
 //   quorel lock NAME PROGRAM ARGS...
+#include <pthread.h>
+#include <signal.h>
+
 #include <csignal>
 #include <exception>
 #include <iostream>
@@ -60,6 +63,47 @@ int endChild() {
   return 0;
 }
 
+// The frame runs its tasks in its signal handler under a lock of the atomic
+// pool, and this thread takes locks of that pool (App::init, App::self, the
+// frame's own): a signal taken here while it holds one would hang the tool.
+// So, for its lifetime, the frame's signals are blocked in the creating
+// thread and taken by a thread of their own, which only waits (it keeps the
+// mask the creating thread had).
+class SignalTaker {
+ public:
+  SignalTaker() : taker_(exec::TaskHandle(new Waiter(done_)), 0, 0) {
+    taker_.start();
+    sigset_t frame;
+    sigemptyset(&frame);
+    for (int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP}) sigaddset(&frame, signal);
+    ::pthread_sigmask(SIG_BLOCK, &frame, &previous_);
+  }
+  ~SignalTaker() {
+    done_.trigger();
+    taker_.wait();
+    ::pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+  }
+  SignalTaker(const SignalTaker&) = delete;
+  SignalTaker& operator=(const SignalTaker&) = delete;
+
+ private:
+  class Waiter : public exec::i::Task {
+   public:
+    explicit Waiter(const exec::CVOneShot& done) : done_(done) {}
+    int run() override {
+      done_.wait();
+      return 0;
+    }
+
+   private:
+    exec::CVOneShot done_;
+  };
+
+  exec::CVOneShot done_;
+  exec::Thread taker_;
+  sigset_t previous_;
+};
+
 // Starts program with args and this process's environment (vars win), waits
 // for it with SIGINT/SIGTERM/SIGQUIT passed on, and reports how it ended.
 int launchAndWait(const std::string& program, const exec::Process::ArgList& args,
@@ -73,6 +117,7 @@ int launchAndWait(const std::string& program, const exec::Process::ArgList& args
     std::cout << "started " << program << " detached\n";
     return 0;
   }
+  const SignalTaker signals;
   Launch child{program, args, lp, 0, nullptr};
   launch = &child;
   exec::TaskHandle start(new exec::FunctionDispatchTask(launchAndWaitForChild));
@@ -123,6 +168,8 @@ int run(const std::vector<std::string>& args) {
 
 int lock(const std::vector<std::string>& args) {
   if (args.size() < 2) throw UsageError{"lock takes NAME and a PROGRAM"};
+  // The only object of this name in the tool: a second one would release the
+  // process's record lock when it went.
   exec::NamedMutex mutex(args[0]);
   mutex.lock();
   int code;

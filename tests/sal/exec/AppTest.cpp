@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -69,8 +70,9 @@ ChildRun inChild(const std::function<int(int)>& body) {
 
 void say(int fd, const std::string& text) { static_cast<void>(::write(fd, text.data(), text.size())); }
 
-// Counters the tasks move (each child has its own copy).
-int starts = 0, stops = 0, interrupts = 0;
+// Counters the tasks move (each child has its own copy), read on other
+// threads than the handlers'.
+std::atomic<int> starts(0), stops(0), interrupts(0);
 int start() { return ++starts; }
 int stop() { return ++stops; }
 int interrupt() { return ++interrupts; }
@@ -143,7 +145,7 @@ int interruptHere() {
   return ++interrupts;
 }
 
-TEST(AppFrame, SignalsFromAnotherThreadRunTheTasksOnTheThreadTheyReach) {
+TEST(AppFrame, SignalsRunTheTasksOnTheThreadTheyReach) {
   const ChildRun run = inChild([](int out) {
     sal::sys::exec::App app(task(start), task(stopHere), task(interruptHere));
     const pthread_t main = ::pthread_self();
@@ -158,9 +160,33 @@ TEST(AppFrame, SignalsFromAnotherThreadRunTheTasksOnTheThreadTheyReach) {
     say(out, "stops=" + std::to_string(stops) + " interrupts=" + std::to_string(interrupts) +
                  (::pthread_equal(stoppedOn, main) ? " stop:main" : " stop:elsewhere") +
                  (::pthread_equal(interruptedOn, sender) ? " interrupt:sender" : " interrupt:elsewhere"));
+
+    // The tasks run in the handler with the instance lock held. A thread that
+    // holds a lock of the atomic pool blocks the frame's signals, and a
+    // thread of their own takes them: its handler waits for the lock.
+    sigset_t frame, previous;
+    sigemptyset(&frame);
+    for (int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP}) sigaddset(&frame, signal);
+    ::pthread_sigmask(SIG_BLOCK, &frame, &previous);
+    sal::exec::CVOneShot done;
+    pthread_t taker{};
+    std::thread takes([&] {
+      taker = ::pthread_self();
+      ::pthread_sigmask(SIG_UNBLOCK, &frame, nullptr);
+      done.wait();
+    });
+    sal::sys::exec::AApp::selfLock().lock();
+    ::kill(::getpid(), SIGTERM);  // to the process: only the taker accepts it
+    sal::sys::exec::AApp::selfLock().unlock();
+    test::eventually([] { return stops == 2; });
+    done.trigger();
+    takes.join();
+    ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    say(out, std::string("; stops=") + std::to_string(stops) +
+                 (::pthread_equal(stoppedOn, taker) ? " stop:taker" : " stop:elsewhere"));
     return 0;
   });
-  EXPECT_EQ(run.out, "stops=1 interrupts=1 stop:main interrupt:sender");
+  EXPECT_EQ(run.out, "stops=1 interrupts=1 stop:main interrupt:sender; stops=2 stop:taker");
   EXPECT_EQ(run.status, 0);
 }
 
@@ -205,10 +231,25 @@ TEST(AppFrame, SignalCallsThatFailAreReported) {
   EXPECT_EQ(sal::sys::exec::sig::proc::unblock(none), 0);
 
   QUOREL_REQUIRE_FAULT_POINT("sigaction");
+  const char* kWhere =
+      "void quorel::sal::sys::exec::sig::{anonymous}::setSigActionFor(int, void (*)(int, siginfo_t*, void*), int)";
+  {
+    // The third of the five installs fails: the two installed before it go
+    // back to their defaults, and nothing stays registered.
+    test::fault::Injection fail("sigaction", EINVAL, 3);
+    auto e = QUOREL_EXPECT_THROW(sal::sys::exec::App(task(start), task(stop), task(interrupt)), sal::sys::Exception,
+                                 "::sigaction() failed for signal(15)", kSystemCall, EINVAL);
+    ASSERT_TRUE(e);
+    EXPECT_STREQ(e->where(), kWhere);
+    EXPECT_STREQ(e->file(), "sal/sys/exec/sig.inl");
+  }
+  for (int signal : {SIGINT, SIGQUIT, SIGTERM}) EXPECT_TRUE(atDefault(signal)) << signal;
+  EXPECT_THROW(sal::sys::exec::AApp::self(), NULLDereferenceException);
   test::fault::Injection fail("sigaction", EINVAL);
-  QUOREL_EXPECT_THROW(sal::sys::exec::App(task(start), task(stop), task(interrupt)), sal::sys::Exception,
-                      "::sigaction() failed for signal(2)", kSystemCall, EINVAL);
-  EXPECT_THROW(sal::sys::exec::AApp::self(), NULLDereferenceException);  // nothing stays registered
+  auto e = QUOREL_EXPECT_THROW(sal::sys::exec::sig::toDefault(SIGUSR1), sal::sys::Exception,
+                               "::sigaction() failed for signal(10)", kSystemCall, EINVAL);
+  ASSERT_TRUE(e);
+  EXPECT_STREQ(e->where(), kWhere);
 }
 
 TEST(AppFrame, ADaemonThatCannotForkReportsIt) {

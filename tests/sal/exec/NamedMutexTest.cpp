@@ -28,23 +28,52 @@ std::string uniqueName() {
 
 std::string pathOf(const std::string& name) { return "/tmp/quorel.sal.sys.exec.NamedMutex-" + name; }
 
-TEST(NamedMutex, LocksThreadsOfOneProcessThroughOneObject) {
+// Whether another process sees the lock file of name write-locked.
+bool lockedForOthers(const std::string& name) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const int fd = ::open(pathOf(name).c_str(), O_WRONLY);
+    struct flock probe = {};
+    probe.l_type = F_WRLCK;
+    probe.l_whence = SEEK_SET;
+    ::_exit(fd != -1 && ::fcntl(fd, F_GETLK, &probe) == 0 ? (probe.l_type == F_UNLCK ? 0 : 1) : 2);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 2) << status;
+  return WIFEXITED(status) && WEXITSTATUS(status) == 1;
+}
+
+TEST(NamedMutex, OneObjectPerNameInAProcessSharedByCopying) {
   const std::string name = uniqueName();
   NamedMutex mutex(name);
   EXPECT_EQ(mutex.name(), name);
   {
     util::ALockLatchFor<NamedMutex> latch(mutex);
-    bool taken = true;
-    std::thread other([&] { taken = mutex.tryLock(); });
-    other.join();
-    EXPECT_FALSE(taken);
-    // A second object of the same name shares no in-process mutex, and record
-    // locks belong to the process: it locks at once.
+    {
+      // A copy is the same lock: other threads wait for it, and dropping the
+      // copy keeps the lock.
+      NamedMutex copy(mutex);
+      bool taken = true;
+      std::thread other([&] { taken = copy.tryLock(); });
+      other.join();
+      EXPECT_FALSE(taken);
+    }
+    EXPECT_TRUE(lockedForOthers(name));
+    // A second object of the name opens a descriptor of its own; closing it
+    // at the object's end drops the process's record lock, although the
+    // first object still holds it.
+    { NamedMutex second(name); }
+    EXPECT_FALSE(lockedForOthers(name));
+  }
+  mutex.lock();
+  {
+    // Nor does a second object exclude the first: record locks belong to the
+    // process, so it locks at once (and its unlock drops the lock too).
     NamedMutex second(name);
     EXPECT_TRUE(second.tryLock());
     second.unlock();
   }
-  EXPECT_TRUE(mutex.tryLock());
   mutex.unlock();
   struct stat status;
   EXPECT_EQ(::stat(pathOf(name).c_str(), &status), 0);  // the lock file stays

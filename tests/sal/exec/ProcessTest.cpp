@@ -4,6 +4,7 @@
 #include <dirent.h>
 #include <sched.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -255,6 +256,44 @@ TEST(Process, TheChildBlocksEverySignalAndGroupSignalsReachEveryMember) {
   group.die();
   EXPECT_EQ(group.wait(), -1);
   EXPECT_TRUE(test::eventually([&] { return groupMembers(group.id()).empty(); }));
+}
+
+// The descriptor the stop task reports its process to, and fork as the
+// library calls it with a signal reaching the new child at once.
+int stopReports = -1;
+int reportStop() {
+  const int pid = ::getpid();
+  return static_cast<int>(::write(stopReports, &pid, sizeof pid));
+}
+pid_t forkThenSignalTheChild() {
+  const pid_t pid = ::fork();
+  if (pid == 0) ::raise(SIGTERM);
+  return pid;
+}
+
+TEST(Process, ASignalReachingTheNewChildNeverRunsTheParentsHandlers) {
+  QUOREL_REQUIRE_FAULT_POINT("fork");
+  int reports[2];
+  ASSERT_EQ(::pipe2(reports, O_CLOEXEC), 0);
+  stopReports = reports[1];
+  sigset_t before, after;
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &before);
+  {
+    const sal::exec::TaskHandle stop(new sal::exec::FunctionDispatchTask(reportStop));
+    sal::sys::exec::App frame(stop, stop, stop);
+    test::fault::StandIn signalled("fork", reinterpret_cast<void*>(&forkThenSignalTheChild));
+    // The child starts with every signal blocked: SIGTERM stays pending
+    // through execve, and true never unblocks it.
+    EXPECT_EQ(Process::create("/bin/true", {}, LaunchProperty()).wait(), 0);
+  }
+  ::pthread_sigmask(SIG_SETMASK, nullptr, &after);
+  ::close(reports[1]);
+  int pid = 0;
+  EXPECT_EQ(::read(reports[0], &pid, sizeof pid), 0) << "the stop task ran in process " << pid;
+  ::close(reports[0]);
+  for (int signal = 1; signal < NSIG; ++signal) {
+    EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal)) << "the launcher's mask changed: " << signal;
+  }
 }
 
 TEST(Process, ADetachedProgramRunsInASessionOfItsOwn) {

@@ -1,11 +1,16 @@
 // Threads: the parked start, waits, exits and exceptions, stack size,
 // scheduling, processor binding and the failures of thread creation.
+#include <linux/capability.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -124,20 +129,57 @@ TEST(Thread, SmallStacksAreRaisedTo16KiB) {
   }
 }
 
-TEST(Thread, PriorityAboveTheProcessUsesRoundRobin) {
+// Gives up what lets a process choose real-time scheduling: CAP_SYS_NICE and
+// any RLIMIT_RTPRIO allowance. False when that cannot be done.
+bool dropRealTimePrivileges() {
+  const rlimit none = {0, 0};
+  if (::setrlimit(RLIMIT_RTPRIO, &none) != 0) return false;
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct caps[2] = {};
+  if (::syscall(SYS_capget, &header, caps) != 0) return false;
+  const unsigned int nice = 1u << (CAP_SYS_NICE % 32);
+  caps[CAP_SYS_NICE / 32].effective &= ~nice;
+  caps[CAP_SYS_NICE / 32].permitted &= ~nice;
+  caps[CAP_SYS_NICE / 32].inheritable &= ~nice;
+  return ::syscall(SYS_capset, &header, caps) == 0;
+}
+
+TEST(Thread, PrioritiesAboveTheProcessAreRoundRobinAndNeedPrivileges) {
   if (!sal::sys::exec::thr::init || sal::sys::exec::thr::policy != SCHED_OTHER) {
     GTEST_SKIP() << "the process is not an ordinary SCHED_OTHER process";
   }
+  // Without the privileges the system refuses the thread itself.
+  std::fflush(stdout);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (!dropRealTimePrivileges()) ::_exit(3);
+    for (int priority : {1, 2}) {
+      auto e = QUOREL_EXPECT_THROW(Thread(task([] { return 0; }), 0, priority), sal::sys::Exception,
+                                   "::pthread_create() failed", 2, EPERM);
+      if (e) {
+        EXPECT_STREQ(e->where(), "void quorel::sal::sys::exec::thr::boot(void (*)(void*), void*, size_t, int)");
+      }
+    }
+    EXPECT_TRUE(Thread(task([] { return 0; }), 0, 0).start().waitFor(10000));
+    std::fflush(stdout);
+    ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status)) << status;
+  EXPECT_NE(WEXITSTATUS(status), 1) << "the unprivileged child's checks failed (above)";
+  // With them: round robin, here at the policy's highest priority.
   int policy = -1;
   sched_param param{};
   try {
     Thread(task([&] { return ::pthread_getschedparam(::pthread_self(), &policy, &param); }), 0, 2).start().wait();
   } catch (const sal::sys::Exception& e) {
-    if (e.code() == EPERM) GTEST_SKIP() << "real-time scheduling is refused here: " << e.asSimpleString();
+    if (e.code() == EPERM) GTEST_SKIP() << "this process has no real-time privileges: " << e.asSimpleString();
     throw;
   }
   EXPECT_EQ(policy, SCHED_RR);
   EXPECT_EQ(param.sched_priority, ::sched_get_priority_max(SCHED_RR));
+  if (WEXITSTATUS(status) == 3) GTEST_SKIP() << "the child could not give up its real-time privileges";
 }
 
 TEST(Thread, BindsTheCallingThreadToOneProcessor) {

@@ -78,6 +78,29 @@ class DaemonContext : public ARunContext {
 }  // namespace impl
 
 /// The process's one application.
+///
+/// Signals. While run() runs, SIGINT, SIGQUIT and SIGTERM run the stop task
+/// and SIGHUP and SIGTSTP the interrupt task. The tasks run in signal
+/// context: inside the handler, on whichever thread the signal reaches, with
+/// every other signal blocked and the instance lock held. A task may
+/// therefore do only what a signal handler may: set a lock-free flag
+/// (std::atomic, volatile sig_atomic_t), call async-signal-safe functions
+/// (write, kill) and Process::quit(), interrupt() or die(), which only send a
+/// signal. It must not allocate, take a Mutex, CondVar or other lock that the
+/// interrupted thread may hold, use streams, or start or end the
+/// application (App::init(), App::self() and run() take locks, the instance
+/// lock among them, which is not recursive). A task's exception is dropped.
+///
+/// The instance lock is a SpinLock, i.e. one of the four mutexes of the
+/// atomic pool (atomic::lock), chosen by its address. A signal that lands on
+/// a thread while that thread holds any SpinLock or atomic::lock() on the
+/// same mutex (App::init() and App::self() take one) makes the handler wait
+/// for the thread it interrupted: the process hangs. So a thread that takes
+/// such locks while the frame runs must not be the one that takes the
+/// signals: block the five in it with pthread_sigmask (threads it creates
+/// afterwards inherit the mask), unblock them in a thread that takes no such
+/// lock (one that only waits), and send them to the process (kill()), not to
+/// a thread (raise()). The quorel tool and the application example do so.
 class App {
  public:
   typedef util::AHandleTo<ARunContext, int, util::ADeallocatorOf<ARunContext>> Context;

@@ -21,11 +21,18 @@ class NamedMutex : public sys::exec::NamedMutex {
 };
 }  // namespace impl
 
-/// Copies share one lock. Two objects of the same name in one process do not
-/// exclude each other (record locks belong to the process): share one object
-/// between threads. Lock for a scope with util::ALockLatchFor<NamedMutex>.
-/// lock() and tryLock() failures throw SyncAcquireException, unlock() failures
-/// SyncReleaseException, each carrying the platform failure's fields.
+/// Copies share one lock. Lock for a scope with
+/// util::ALockLatchFor<NamedMutex>. lock() and tryLock() failures throw
+/// SyncAcquireException, unlock() failures SyncReleaseException, each
+/// carrying the platform failure's fields.
+///
+/// Make one object per name in a process and share it by copying it to the
+/// threads that need it. Each object opens the lock file for itself, and the
+/// system's record lock belongs to the process, not to the object: a second
+/// object of the same name locks at once while the first holds the lock, and
+/// its unlock(), or its destruction (which closes its descriptor), releases
+/// the process's lock while the first object still believes it holds it, so
+/// that another process can take it.
 class NamedMutex {
  public:
   /// Throws sys::Exception "::open(\"/tmp/quorel.sal.sys.exec.NamedMutex-<name>\") failed".

@@ -141,6 +141,10 @@ class Process : public i::Process {
 
   Process() = default;
   /// Finds path (a name without "/" on PATH), starts it with args and lp.
+  /// The program starts with every signal blocked (the mask survives
+  /// execve: it unblocks what it needs); a signal that reaches the child
+  /// while it starts stays pending for the program and never runs this
+  /// process's handlers there.
   static Process create(const std::string& path, const ArgList& args, const LaunchProperty& lp);
   /// The same, replacing a standard handle whose lp slot is set (mode
   /// replace) with the given descriptor when its flag is true.

@@ -31,6 +31,13 @@ class Thread {
   /// priority of thr::boot (0 = as the process, 1 = one step above, 2 = the
   /// highest), and returns once it is running and parked. Throws
   /// sys::Exception for a failed pthread attribute or creation call.
+  ///
+  /// A priority above 0 in an ordinary (SCHED_OTHER) process asks for
+  /// round-robin real-time scheduling, which Linux grants only to a process
+  /// with CAP_SYS_NICE or an RLIMIT_RTPRIO at least as high as the priority
+  /// chosen (the lowest round-robin priority for 1, the highest for 2).
+  /// Without them the system refuses the thread itself: the constructor
+  /// throws sys::Exception "::pthread_create() failed" with EPERM.
   Thread(const TaskHandle& task, unsigned int stackSize, int priority);
   explicit Thread(const Handle& handle);
   Thread(const Thread& other);
@@ -48,8 +55,9 @@ class Thread {
   bool waitFor(unsigned long long milliseconds);
   bool waitUntil(time::absolute deadline);
 
-  /// The calling thread's scheduling (see thr::setPriority), processor
-  /// binding, the process id, and ending the calling booted thread.
+  /// The calling thread's scheduling (see thr::setPriority; a priority the
+  /// system refuses is ignored), processor binding, the process id, and
+  /// ending the calling booted thread.
   static void setPriority(int priority);
   static void bindToCPU(int cpu);
   static int selfID();

@@ -33,7 +33,9 @@ class AApp {
   /// The instance. Throws NULLDereferenceException "application instance is
   /// not set" when there is none.
   static AApp& self();
-  /// Guards the instance: held while a signal runs a task.
+  /// Guards the instance: held while a signal runs a task, in the handler. A
+  /// mutex of the atomic pool, so a signal must not reach a thread that holds
+  /// a lock of that pool (see exec::App).
   static sal::exec::SpinLock& selfLock();
 
  private:

@@ -80,21 +80,34 @@ void commonHandler(int signal, siginfo_t*, void*) {
   errno = saved;
 }
 
-}  // namespace
-
-void init() {
-  for (int signal : kSignals) sig::setHandlerFor(signal, commonHandler, 0);
-}
-
-void fini() {
-  for (int signal : kSignals) {
+// Sets the first count signals back to their default dispositions.
+void restoreDefaults(size_t count) {
+  for (size_t n = 0; n < count; ++n) {
     try {
-      sig::toDefault(signal);
+      sig::toDefault(kSignals[n]);
     } catch (const quorel::Exception&) {
       // Clean-up does not throw.
     }
   }
 }
+
+}  // namespace
+
+// A failure part-way leaves no handler behind: with no instance to run, it
+// would swallow its signal.
+void init() {
+  size_t installed = 0;
+  try {
+    for (; installed < sizeof kSignals / sizeof kSignals[0]; ++installed) {
+      sig::setHandlerFor(kSignals[installed], commonHandler, 0);
+    }
+  } catch (...) {
+    restoreDefaults(installed);
+    throw;
+  }
+}
+
+void fini() { restoreDefaults(sizeof kSignals / sizeof kSignals[0]); }
 
 }  // namespace appenv
 

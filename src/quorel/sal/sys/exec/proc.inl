@@ -1,9 +1,10 @@
 // Platform half of process launching and of the calling process: stat64,
-// fork, setsid, setpgid, sigprocmask, dup2, chdir, execve, waitpid, kill,
-// getcwd, _exit. The environment is in env.inl.
+// pthread_sigmask, fork, setsid, setpgid, sigprocmask, dup2, chdir, execve,
+// waitpid, kill, getcwd, _exit. The environment is in env.inl.
 #include <quorel/sal/sys/exec/proc.h>
 
 #include <errno.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -124,11 +125,17 @@ handle exec(const std::string& path, const ArgList& args, const LaunchProperty& 
   char** argArray = argv.array();
   char** envArray = envp.array();
 
+  // Every signal is blocked across the fork, so that none reaches the child
+  // before it is ready: the parent's handlers (the application's stop task)
+  // would run there. The child keeps the full mask, which is where its first
+  // step puts it anyway; the parent gets its own back at once.
+  sigset_t all, previous;
+  sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, &previous);
   const pid_t pid = ::fork();
-  if (pid == -1) {
-    const int error = errno;
-    QUOREL_THROW(sys::Exception)("::fork() failed", kSystemCall, error);
-  }
+  const int error = errno;
+  if (pid != 0) ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  if (pid == -1) QUOREL_THROW(sys::Exception)("::fork() failed", kSystemCall, error);
   if (pid == 0) becomeChild(resolved, argArray, envArray, lp, descriptors);
   if (lp.detach != 0) {
     int status;

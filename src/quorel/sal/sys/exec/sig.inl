@@ -19,10 +19,21 @@ namespace sig {
 
 namespace {
 
-// action with every signal blocked while its handler runs and SA_RESTART.
-void setSigActionFor(int signal, struct sigaction& action, int flags) {
+// SIG_DFL or SIG_IGN in the type of a handler (the same pointer value).
+Handler asHandler(void (*disposition)(int)) {
+  return reinterpret_cast<Handler>(reinterpret_cast<void (*)()>(disposition));
+}
+
+// Installs handler (a real function, or SIG_DFL or SIG_IGN cast to a
+// handler's type) with every signal blocked while it runs and SA_RESTART;
+// a real function also gets the signal's information.
+void setSigActionFor(int signal, void (*handler)(int, siginfo_t*, void*), int flags) {
+  struct sigaction action;
+  std::memset(&action, 0, sizeof action);
+  action.sa_sigaction = handler;
   fill(action.sa_mask);
-  action.sa_flags |= flags | SA_RESTART;
+  action.sa_flags = flags | SA_RESTART;
+  if (handler != asHandler(SIG_DFL) && handler != asHandler(SIG_IGN)) action.sa_flags |= SA_SIGINFO;
   if (::sigaction(signal, &action, nullptr) != 0) {
     const int error = errno;
     QUOREL_THROW(sys::Exception)("::sigaction() failed for signal(" + std::to_string(signal) + ")",
@@ -30,21 +41,9 @@ void setSigActionFor(int signal, struct sigaction& action, int flags) {
   }
 }
 
-// A real function, given the signal's information.
-void setSigActionFor(int signal, Handler handler, int flags) {
-  struct sigaction action;
-  std::memset(&action, 0, sizeof action);
-  action.sa_sigaction = handler;
-  action.sa_flags = SA_SIGINFO;
-  setSigActionFor(signal, action, flags);
-}
-
 // SIG_DFL or SIG_IGN.
 void setDispositionOf(int signal, void (*disposition)(int)) {
-  struct sigaction action;
-  std::memset(&action, 0, sizeof action);
-  action.sa_handler = disposition;
-  setSigActionFor(signal, action, 0);
+  setSigActionFor(signal, asHandler(disposition), 0);
 }
 
 }  // namespace
