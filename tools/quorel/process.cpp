@@ -5,10 +5,11 @@
 #include <pthread.h>
 #include <signal.h>
 
-#include <csignal>
+#include <atomic>
 #include <exception>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,16 +24,19 @@ namespace {
 namespace exec = quorel::sal::exec;
 
 // The child that a signal to the tool ends (SIGKILL: the child starts with
-// every signal blocked, so nothing gentler would reach it). A signal that
-// comes before the child is known is remembered and acted on once it is.
-exec::Process* volatile running = nullptr;
-volatile sig_atomic_t stopAsked = 0;
+// every signal blocked, so nothing gentler would reach it). The signal is
+// taken on another thread than the launching one, hence the atomics; a signal
+// that comes before the child is known is remembered and acted on once it is.
+std::atomic<exec::Process*> running{nullptr};
+std::atomic<bool> stopAsked{false};
 
-// What the start task launches, and how it ended.
+// What the start task launches, and how it ended. The process object lives
+// as long as the frame, so a signal handler never reaches a destroyed one.
 struct Launch {
   const std::string& program;
   const exec::Process::ArgList& args;
   const exec::LaunchProperty& lp;
+  std::optional<exec::Process> process;
   int code;
   std::exception_ptr failure;
 };
@@ -42,23 +46,23 @@ Launch* launch = nullptr;
 // between the launch and the wait can end the tool and leave the child running.
 int launchAndWaitForChild() {
   try {
-    exec::Process child = exec::Process::create(launch->program, launch->args, launch->lp);
+    exec::Process& child = launch->process.emplace(exec::Process::create(launch->program, launch->args, launch->lp));
     running = &child;
     if (stopAsked) child.die();
     launch->code = child.wait();
-    running = nullptr;
   } catch (...) {
-    running = nullptr;
     launch->failure = std::current_exception();
   }
+  running = nullptr;
   return 0;
 }
 
 int endChild() {
-  if (running != nullptr) {
-    running->die();
+  exec::Process* child = running;
+  if (child != nullptr) {
+    child->die();
   } else {
-    stopAsked = 1;
+    stopAsked = true;
   }
   return 0;
 }
@@ -118,7 +122,7 @@ int launchAndWait(const std::string& program, const exec::Process::ArgList& args
     return 0;
   }
   const SignalTaker signals;
-  Launch child{program, args, lp, 0, nullptr};
+  Launch child{program, args, lp, std::nullopt, 0, nullptr};
   launch = &child;
   exec::TaskHandle start(new exec::FunctionDispatchTask(launchAndWaitForChild));
   exec::TaskHandle stop(new exec::FunctionDispatchTask(endChild));
