@@ -1,7 +1,8 @@
 // Fuzzes the text parsers: /proc/cpuinfo and release files, kernel releases,
-// processor lists, numbers, versions and the natural order. Beyond "no
-// crash" it checks that the direct decimal paths of str::to and str::from
-// give what the stream gives, and that a version reads back from its text.
+// processor lists, numbers, versions, hexadecimal rendering and the natural
+// order. Beyond "no crash" it checks that the direct decimal paths of str::to
+// and str::from give what the stream gives, that hexFrom trims whole zero
+// bytes, and that a version reads back from its text.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -51,6 +52,24 @@ void checkFrom(const std::string& text) {
   QUOREL_FUZZ_CHECK(str::from(value) == out.str());
 }
 
+// hexFrom<unsigned int>: eight upper-case digits, without the leading zero
+// bytes unless they are kept; "0" for 0.
+void checkHex(const std::string& text) {
+  unsigned int value;
+  if (text.size() < sizeof value) return;
+  std::memcpy(&value, text.data(), sizeof value);
+  std::ostringstream out;
+  out << std::hex << std::uppercase;
+  out.width(8);
+  out.fill('0');
+  out << value;
+  const std::string all = out.str();
+  QUOREL_FUZZ_CHECK(str::hexFrom(value, true) == all);
+  size_t zeros = 0;
+  while (zeros < all.size() && all.compare(zeros, 2, "00") == 0) zeros += 2;
+  QUOREL_FUZZ_CHECK(str::hexFrom(value, false) == (zeros == all.size() ? "0" : all.substr(zeros)));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -79,6 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   checkTo<unsigned char, unsigned int>(text);
   checkTo<unsigned short, unsigned short>(text);
   checkTo<unsigned int, unsigned int>(text);
+  checkHex(text);
   checkFrom<unsigned char>(text);
   checkFrom<short>(text);
   checkFrom<int>(text);
