@@ -39,6 +39,10 @@ TEST(InetAddress, RefusesHostNamesAndUnknownFamilies) {
                       4, EAI_NONAME);
   QUOREL_EXPECT_THROW(Address("1.2.3.4", family::kIPv6), sal::inet::Exception, "::getaddrinfo('1.2.3.4') failed", 4,
                       EAI_ADDRFAMILY);
+  // A text with a NUL in it is refused whole, never read up to the NUL.
+  const std::string embedded("10.0.0.1\0junk", 13);
+  QUOREL_EXPECT_THROW(Address(embedded, family::kIPv4), sal::inet::Exception, "::getaddrinfo('" + embedded + "') failed",
+                      4, EAI_NONAME);
   for (int code : {3, -1}) {
     auto e = QUOREL_EXPECT_THROW(Address("1.2.3.4", static_cast<family::code>(code), 80), InvalidArgumentException,
                                  "unrecognized address family", 0, code);

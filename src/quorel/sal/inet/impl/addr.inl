@@ -61,7 +61,10 @@ void to(sockaddr& address, const std::string& text) {
   hints.ai_flags = AI_NUMERICHOST;
   hints.ai_family = address.sa_family == AF_INET ? AF_INET : AF_INET6;
   addrinfo* results = nullptr;
-  const int result = ::getaddrinfo(text.c_str(), nullptr, &hints, &results);
+  // The resolver would read a text with a NUL in it only up to the NUL: such
+  // a text names no host, as the resolver itself says of one it cannot read.
+  const bool whole = text.find('\0') == std::string::npos;
+  const int result = whole ? ::getaddrinfo(text.c_str(), nullptr, &hints, &results) : EAI_NONAME;
   if (result != 0) {
     QUOREL_THROW(inet::Exception)("::getaddrinfo('" + text + "') failed", sal::i::err::domain::kAddressResolution,
                                   result);
