@@ -1,8 +1,6 @@
 // Endpoint, Channel, File and Pipe.
 #include <quorel/sal/xio/Endpoint.h>
 
-#include <unistd.h>
-
 #include <quorel/sal/xio/impl/desc.h>
 #include <quorel/sal/xio/impl/fio.inl>
 #include <quorel/sal/xio/impl/popen.inl>
@@ -105,37 +103,23 @@ void File::sync() { impl::fop::sync(endpoint_.id()); }
 
 namespace {
 
-// A pipe end until an adopting wrapper owns it: closed if it never gets one.
-class PipeEnd {
- public:
-  explicit PipeEnd(impl::desc::os::id::type fd) : fd_(fd) {}
-  ~PipeEnd() {
-    if (fd_ != -1) ::close(fd_);
-  }
-  PipeEnd(const PipeEnd&) = delete;
-  PipeEnd& operator=(const PipeEnd&) = delete;
-
-  // An endpoint that adopts the end. Ownership passes the moment the
-  // wrapper exists: if building the endpoint fails after that, the
-  // wrapper's destructor closes the end, and only it.
-  Endpoint adoptedWith(const open::Spec& spec) {
-    impl::AOpenSpec* wrapper = new impl::DescWrapper("", static_cast<i::id::type>(fd_), true, spec.key());
-    fd_ = -1;
-    return over(wrapper);
-  }
-
- private:
-  impl::desc::os::id::type fd_;
-};
+// An endpoint that adopts a pipe end. Ownership passes the moment the wrapper
+// exists: if building the endpoint fails after that, the wrapper's
+// destructor closes the end, and only it.
+Endpoint adopted(impl::desc::Owned& end, const open::Spec& spec) {
+  impl::AOpenSpec* wrapper = new impl::DescWrapper("", static_cast<i::id::type>(end.get()), true, spec.key());
+  end.release();
+  return over(wrapper);
+}
 
 }  // namespace
 
 Pipe::Pipe(const open::Spec& readSpec, const open::Spec& writeSpec) {
   impl::desc::os::id::type readEnd = -1, writeEnd = -1;
   impl::popen::newPair(readEnd, writeEnd, readSpec.key(), writeSpec.key());
-  PipeEnd reading(readEnd), writing(writeEnd);
-  read_ = reading.adoptedWith(readSpec);
-  write_ = writing.adoptedWith(writeSpec);
+  impl::desc::Owned reading(readEnd), writing(writeEnd);
+  read_ = adopted(reading, readSpec);
+  write_ = adopted(writing, writeSpec);
 }
 
 }  // namespace xio

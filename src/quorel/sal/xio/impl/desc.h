@@ -18,6 +18,25 @@ typedef int type;  // the platform's descriptor
 }  // namespace id
 }  // namespace os
 
+/// Owns a descriptor until released: closes it, failure ignored, if it never
+/// is (a failing operation's clean-up never throws).
+class Owned {
+ public:
+  explicit Owned(os::id::type fd) : fd_(fd) {}
+  ~Owned();
+  Owned(const Owned&) = delete;
+  Owned& operator=(const Owned&) = delete;
+  os::id::type get() const { return fd_; }
+  os::id::type release() {
+    const os::id::type fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+
+ private:
+  os::id::type fd_;
+};
+
 /// dup(); the duplicate is close-on-exec unless inherit. Throws CloneException
 /// "::dup() failed" or "::fcntl(F_SETFD, 1) failed" (the duplicate closed).
 i::id::type clone(i::id::type id, bool inherit);

@@ -15,6 +15,10 @@ namespace xio {
 namespace impl {
 namespace desc {
 
+Owned::~Owned() {
+  if (fd_ != -1) ::close(fd_);
+}
+
 i::id::type clone(i::id::type id, bool inherit) {
   const int duplicate = ::dup(static_cast<int>(id));
   if (duplicate == -1) {

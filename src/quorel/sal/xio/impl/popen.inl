@@ -16,23 +16,6 @@ namespace popen {
 
 namespace {
 
-// Closes a descriptor when the scope ends unless released.
-class Guard {
- public:
-  explicit Guard(int fd) : fd_(fd) {}
-  ~Guard() {
-    if (fd_ != -1) ::close(fd_);
-  }
-  int release() {
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
-
- private:
-  int fd_;
-};
-
 // Applies one end's options. Returns the message of the call that failed,
 // with errno as it left it, or nullptr: the pair's creation reports the
 // failure as its own.
@@ -55,7 +38,7 @@ void newPair(desc::os::id::type& readEnd, desc::os::id::type& writeEnd, const op
     const int error = errno;
     QUOREL_THROW(OpenException)("::pipe() failed", sal::i::err::domain::kSystemCall, error);
   }
-  Guard readGuard(ends[0]), writeGuard(ends[1]);
+  desc::Owned readGuard(ends[0]), writeGuard(ends[1]);
   const char* failed = applyTo(ends[0], readSpec);
   if (failed == nullptr) failed = applyTo(ends[1], writeSpec);
   if (failed != nullptr) {
