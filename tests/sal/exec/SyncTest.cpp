@@ -3,7 +3,6 @@
 #include <atomic>
 #include <functional>
 #include <cerrno>
-#include <stdexcept>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -34,15 +33,6 @@ bool freeForOthers(Lock& lock) {
   return taken;
 }
 
-TEST(Mutex, TryLockIsFalseWhileAnotherThreadHoldsIt) {
-  Mutex mutex;
-  EXPECT_TRUE(freeForOthers(mutex));
-  mutex.lock();
-  EXPECT_FALSE(freeForOthers(mutex));
-  mutex.unlock();
-  EXPECT_TRUE(freeForOthers(mutex));
-}
-
 TEST(Mutex, CopiesShareOneMutexThatOutlivesTheOriginal) {
   Mutex* original = new Mutex;
   Mutex copy(*original);
@@ -55,6 +45,7 @@ TEST(Mutex, CopiesShareOneMutexThatOutlivesTheOriginal) {
   assigned.lock();
   EXPECT_FALSE(freeForOthers(copy));
   assigned.unlock();
+  EXPECT_TRUE(freeForOthers(copy));
 }
 
 TEST(CondVar, ConditionsOnOneMutexExcludeEachOther) {
@@ -75,65 +66,39 @@ TEST(CondVar, TimedWaitsReturnFalseOnTimeOut) {
   const auto before = sal::time::milli::now();
   EXPECT_FALSE(cv.waitFor(30));
   EXPECT_GE(sal::time::milli::now() - before, 29);
-  EXPECT_FALSE(cv.waitUntil(sal::time::milli::now() - 1000));
   EXPECT_FALSE(cv.waitUntil(-1500));  // before the epoch: at once
 }
 
-TEST(CondVar, SignalWakesAWaiter) {
+TEST(CondVar, SignalWakesAWaiterAndVeryLongWaitsDoNotOverflowIntoThePast) {
   CondVar cv;
-  bool ready = false;
-  std::thread producer([&] {
-    Latch latch(cv);
-    ready = true;
-    cv.signalOne();
-  });
-  {
-    Latch latch(cv);
-    while (!ready) ASSERT_TRUE(cv.waitFor(10000));
-  }
-  producer.join();
-}
-
-TEST(CondVar, VeryLongWaitsDoNotOverflowIntoThePast) {
-  CondVar cv;
-  std::atomic<bool> woken{false};
+  std::atomic<int> result{-1};
   std::thread waiter([&] {
     Latch latch(cv);
-    woken = cv.waitFor(~0ULL);  // "forever": woken by the signal below
+    result = cv.waitFor(~0ULL);  // "forever": woken by the signal below
   });
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  EXPECT_FALSE(woken);
-  while (!woken) {
-    cv.signalAll();
+  EXPECT_EQ(result, -1);
+  while (result == -1) {
+    cv.signalOne();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   waiter.join();
+  EXPECT_EQ(result, 1);
 }
 
-TEST(CVOneShot, StaysTriggeredForever) {
-  CVOneShot event;
-  EXPECT_FALSE(event.waitFor(10));
-  event.trigger();
-  event.trigger();  // harmless
-  const auto before = sal::time::milli::now();
-  event.wait();
-  EXPECT_TRUE(event.waitFor(10000));
-  EXPECT_TRUE(event.waitUntil(0));
-  EXPECT_LT(sal::time::milli::now() - before, 1000);
-}
-
-TEST(CVOneShot, TriggerWakesWaitersOnOtherThreads) {
+TEST(CVOneShot, TriggerWakesWaitersOnOtherThreadsAndStaysTriggered) {
   CVOneShot event;
   CVOneShot copy(event);
+  EXPECT_FALSE(event.waitFor(10));
   std::atomic<int> woken{0};
-  std::thread a([&] { event.wait(); ++woken; });
+  std::thread a([&] { event.wait(), ++woken; });
   std::thread b([&] { while (!copy.waitFor(10000)) {} ++woken; });
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  EXPECT_EQ(woken, 0);
   copy.trigger();
   a.join();
   b.join();
   EXPECT_EQ(woken, 2);
+  event.trigger();  // harmless
+  EXPECT_TRUE(event.waitUntil(0));
 }
 
 TEST(TSDPair, ValuesArePerThread) {
@@ -152,8 +117,7 @@ TEST(TSDPair, ValuesArePerThread) {
   EXPECT_EQ(shared.value(), &mine);
 }
 
-// Failure rows: each pthread call made to fail with an error number it can
-// really return.
+// A pthread call made to fail with an error number it can really return.
 struct FailureRow {
   const char* call;
   int error;
@@ -220,9 +184,6 @@ TEST(SyncFailures, ConditionCallsThrowWithTheReturnedErrorNumber) {
   expectFailure({"pthread_cond_broadcast", EINVAL, "::pthread_cond_broadcast() failed",
                  "void quorel::sal::sys::exec::CondVar::signalAll()"},
                 [&] { cv.signalAll(); });
-  expectFailure({"pthread_cond_init", EAGAIN, "::pthread_cond_init() failed",
-                 "quorel::sal::sys::exec::CondVar::CondVar()"},
-                [] { CVOneShot event; });
 }
 
 TEST(SyncFailures, KeyCallsThrowWithTheReturnedErrorNumber) {
@@ -235,16 +196,6 @@ TEST(SyncFailures, KeyCallsThrowWithTheReturnedErrorNumber) {
   expectFailure({"pthread_setspecific", ENOMEM, "::pthread_setspecific() failed",
                  "void quorel::sal::sys::exec::TSDPair::setValue(void*)"},
                 [&] { slot.setValue(&value); });
-}
-
-TEST(SyncFailures, ExecExceptionsWrapAPlatformFailure) {
-  const sal::sys::Exception cause("f()", "::pthread_mutex_lock() failed", sal::i::err::domain::kSystemCall,
-                                  EDEADLK, "sal/x.inl", 3, "");
-  const sal::exec::SyncAcquireException e(cause);
-  EXPECT_EQ(e.why(), cause.why());
-  EXPECT_EQ(e.code(), EDEADLK);
-  EXPECT_EQ(e.line(), 3);
-  EXPECT_EQ(e.asString().rfind("quorel::sal::exec::SyncAcquireException: where='f() (3@sal/x.inl)'", 0), 0u);
 }
 
 }  // namespace
