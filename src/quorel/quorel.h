@@ -46,7 +46,11 @@
 #include <quorel/sal/sys/exec/thr.h>
 #include <quorel/sal/sys/exec/ExitException.h>
 #include <quorel/sal/fs/Exception.h>
+#include <quorel/sal/fs/Listing.h>
+#include <quorel/sal/fs/Path.h>
 #include <quorel/sal/fs/Stat.h>
+#include <quorel/sal/fs/TemporaryDirectory.h>
+#include <quorel/sal/fs/dir.h>
 #include <quorel/sal/inet/Exception.h>
 #include <quorel/sal/inet/Link.h>
 #include <quorel/sal/inet/Address.h>

@@ -6,6 +6,7 @@
 #include <stdarg.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <pthread.h>
@@ -95,6 +96,41 @@ QUOREL_INTERPOSE(off64_t, lseek64, (int fd, off64_t offset, int whence), (fd, of
 QUOREL_INTERPOSE(int, ftruncate64, (int fd, off64_t length), (fd, length), true, { errno = error; return -1; })
 QUOREL_INTERPOSE(int, fsync, (int fd), (fd), false, { errno = error; return -1; })
 QUOREL_INTERPOSE(int, fstat64, (int fd, struct stat64* status), (fd, status), true, { errno = error; return -1; })
+
+// Paths and directories.
+QUOREL_INTERPOSE(int, mkdir, (const char* path, mode_t mode), (path, mode), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, rmdir, (const char* path), (path), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, unlink, (const char* path), (path), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, unlinkat, (int dir, const char* name, int flags), (dir, name, flags), true,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(int, rename, (const char* from, const char* to), (from, to), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(char*, mkdtemp, (char* name), (name), true, { errno = error; return nullptr; })
+QUOREL_INTERPOSE(int, lstat64, (const char* path, struct stat64* status), (path, status), true,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(int, stat64, (const char* path, struct stat64* status), (path, status), true,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(int, fstatat64, (int dir, const char* name, struct stat64* status, int flags),
+                 (dir, name, status, flags), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(ssize_t, getdents64, (int fd, void* buffer, size_t size), (fd, buffer, size), true,
+                 { errno = error; return -1; })
+
+// openat is variadic: the mode is read as an int and always passed on.
+namespace {
+::quorel::test::fault::Point point_openat("openat");
+::quorel::test::fault::Registration registration_openat(point_openat);
+}  // namespace
+extern "C" int openat(int dir, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const int mode = va_arg(arguments, int);
+  va_end(arguments);
+  int error = 0;
+  if (point_openat.fires(__builtin_return_address(0), error)) {
+    errno = error;
+    return -1;
+  }
+  return reinterpret_cast<int (*)(int, const char*, int, ...)>(point_openat.real())(dir, path, flags, mode);
+}
 
 // open64 is variadic: the mode is read as an int and always passed on.
 namespace {
