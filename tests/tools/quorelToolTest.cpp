@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -11,6 +12,8 @@
 #include <string>
 
 #include <gtest/gtest.h>
+
+#include "../../tools/quorel/json.h"
 
 namespace {
 
@@ -351,6 +354,98 @@ TEST(QuorelTool, JsonForScriptsAndVerboseFailures) {
   EXPECT_EQ(verbose.status, 1);
   EXPECT_EQ(verbose.out.rfind("quorel: quorel::sal::xio::OpenException: where='", 0), 0u) << verbose.out;
   EXPECT_NE(verbose.out.find("@sal/xio/impl/fopen.inl)"), std::string::npos) << verbose.out;
+}
+
+// True when text is well-formed UTF-8: every sequence decodes, in its shortest
+// form, to U+0000..U+10FFFF outside the surrogates U+D800..U+DFFF.
+bool isUtf8(const std::string& text) {
+  static const unsigned long kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+  for (size_t at = 0; at < text.size();) {
+    const unsigned char lead = static_cast<unsigned char>(text[at]);
+    const size_t length = lead < 0x80 ? 1 : lead >> 5 == 6 ? 2 : lead >> 4 == 14 ? 3 : lead >> 3 == 30 ? 4 : 0;
+    if (length == 0 || at + length > text.size()) return false;
+    unsigned long code = length == 1 ? lead : lead & (0xffu >> (length + 1));
+    for (size_t n = 1; n < length; ++n) {
+      const unsigned char next = static_cast<unsigned char>(text[at + n]);
+      if (next >> 6 != 2) return false;
+      code = code << 6 | (next & 0x3fu);
+    }
+    if (code < kLeast[length] || code > 0x10ffff || (code >= 0xd800 && code <= 0xdfff)) return false;
+    at += length;
+  }
+  return true;
+}
+
+// A file name is bytes: --json writes it as valid UTF-8, a name that is not
+// UTF-8 readably (U+FFFD for each stray byte) with its exact bytes beside it.
+TEST(QuorelTool, JsonWritesAnyFileNameAsUtf8AndKeepsItsBytes) {
+  char directory[] = "/tmp/quorel-tool-json-XXXXXX";
+  ASSERT_NE(::mkdtemp(directory), nullptr);
+  const std::string bytes = std::string(directory) + "/a\xff\xfe", accented = std::string(directory) + "/\xc3\xa9";
+  writeFile(bytes, std::string(8192, 'x'));
+  writeFile(accented, "");
+  const std::string readable = "{\"path\": \"" + std::string(directory) + "/a\\ufffd\\ufffd\", \"path_hex\": \"";
+  const struct {
+    std::string args, next;  // the member after the path's two
+  } rows[] = {{"--json stat '" + bytes + "' '" + accented + "'", "\", \"exists\": true, "},
+              {"--json read '" + bytes + "' --bs 4K", "\", \"bytes\": 8192, "}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.args);
+    const ToolRun r = run(row.args);
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_TRUE(isUtf8(r.out)) << r.out;
+    const size_t at = r.out.find(readable);
+    EXPECT_NE(at, std::string::npos) << r.out;
+    if (at == std::string::npos) continue;
+    // The companion gives the name back, byte for byte.
+    std::string back;
+    size_t n = at + readable.size();
+    for (; n + 1 < r.out.size() && std::isxdigit(static_cast<unsigned char>(r.out[n])); n += 2) {
+      back += static_cast<char>(std::stoi(r.out.substr(n, 2), nullptr, 16));
+    }
+    EXPECT_EQ(back, bytes);
+    EXPECT_EQ(r.out.find(row.next, n), n) << r.out;
+    EXPECT_EQ(r.out.find("_hex", n), std::string::npos) << "one companion only: " << r.out;
+  }
+  // A name that is UTF-8 comes out as it is, without a companion.
+  EXPECT_NE(run(rows[0].args).out.find("}, {\"path\": \"" + accented + "\", \"exists\": true, "), std::string::npos);
+  std::remove(bytes.c_str());
+  std::remove(accented.c_str());
+  EXPECT_EQ(::rmdir(directory), 0);
+}
+
+// The writer behind every --json output: which bytes are UTF-8, and the forms
+// that keep the exact bytes of a string that is not.
+TEST(QuorelToolJson, StringsComeOutAsUtf8AndKeepTheirBytes) {
+  namespace json = tool::json;
+  const struct {
+    std::string text, quoted;
+    bool exact;
+  } rows[] = {
+      {std::string("q\"b\\n\nt\tc\x01\x1f\x7f~\0", 14), "\"q\\\"b\\\\n\\nt\\tc\\u0001\\u001f\\u007f~\\u0000\"", true},
+      // Two, three and four bytes, the edges of their ranges, and a real U+FFFD.
+      {"\xc2\x80\xdf\xbf \xe0\xa0\x80\xed\x9f\xbf\xee\x80\x80\xef\xbf\xbd \xf0\x90\x80\x80\xf4\x8f\xbf\xbf",
+       "\"\xc2\x80\xdf\xbf \xe0\xa0\x80\xed\x9f\xbf\xee\x80\x80\xef\xbf\xbd \xf0\x90\x80\x80\xf4\x8f\xbf\xbf\"", true},
+      // Overlong forms, a surrogate, past U+10FFFF, bytes that start nothing,
+      // a lone continuation: each byte on its own.
+      {"\xc0\xaf|\xc1\xbf|\xe0\x9f\xbf|\xf0\x8f\xbf\xbf", "\"??|??|???|????\"", false},
+      {"\xed\xa0\x80|\xf4\x90\x80\x80|\xf5\xff\xfe|\x80", "\"???|????|???|?\"", false},
+      // A sequence cut short, then text: the next byte is read afresh.
+      {"\xe2\x82" "a\xf0\x9f\x98\xc3\xa9\xe2\x82", "\"??a???\xc3\xa9??\"", false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(json::hex(row.text));
+    std::string expected;
+    for (char c : row.quoted) expected += c == '?' ? std::string("\\ufffd") : std::string(1, c);
+    std::string out = "x";
+    EXPECT_EQ(json::quoteInto(out, row.text), row.exact);
+    EXPECT_EQ(out, "x" + expected);
+    EXPECT_EQ(json::item(row.text),
+              row.exact ? expected : "{\"text\": " + expected + ", \"hex\": \"" + json::hex(row.text) + "\"}");
+  }
+  EXPECT_EQ(json::Object().add("path", "/tmp/a\xff\xfe").add("name", std::string("\xc3\xa9")).add("n", 1).str(),
+            "{\"path\": \"/tmp/a\\ufffd\\ufffd\", \"path_hex\": \"2f746d702f61fffe\", \"name\": \"\xc3\xa9\", \"n\": 1}");
+  EXPECT_EQ(json::array({json::item("a"), json::item("\xff")}), "[\"a\", {\"text\": \"\\ufffd\", \"hex\": \"ff\"}]");
 }
 
 TEST(QuorelTool, FailuresWriteNothingToStandardOutput) {

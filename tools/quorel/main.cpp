@@ -89,7 +89,7 @@ int uuid(const std::vector<std::string>& args) {
   std::vector<std::string> ids;
   for (int i = 0; i < count; ++i) ids.push_back(quorel::util::UUID().asString());
   if (options.json) {
-    for (std::string& id : ids) id = json::quote(id);
+    for (std::string& id : ids) id = json::item(id);
     std::cout << json::array(ids) << "\n";
     return 0;
   }
