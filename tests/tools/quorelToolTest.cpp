@@ -311,8 +311,8 @@ TEST(QuorelTool, LockRunsOneHolderAtATime) {
   EXPECT_EQ(std::atoi(buffer), 80);
 }
 
-const char* const kCommands[] = {"info", "stat",    "read", "discard", "sense", "explain", "uuid",
-                                 "version", "resolve", "addr", "cat", "run",   "lock",    "clock"};
+const char* const kCommands[] = {"info",    "stat",    "ls",   "rm",  "read", "discard", "sense", "explain",
+                                 "uuid",    "version", "resolve", "addr", "cat", "run",  "lock",    "clock"};
 
 TEST(QuorelTool, EveryCommandHasItsHelpAndItsPlaceInTheManualPage) {
   const std::string usage = run("help").out;
@@ -409,9 +409,37 @@ TEST(QuorelTool, JsonWritesAnyFileNameAsUtf8AndKeepsItsBytes) {
   }
   // A name that is UTF-8 comes out as it is, without a companion.
   EXPECT_NE(run(rows[0].args).out.find("}, {\"path\": \"" + accented + "\", \"exists\": true, "), std::string::npos);
+  const ToolRun listed = run("--json ls " + std::string(directory));
+  EXPECT_TRUE(isUtf8(listed.out)) << listed.out;
+  EXPECT_NE(listed.out.find("{\"name\": \"a\\ufffd\\ufffd\", \"name_hex\": \"61fffe\", \"type\": \"file\", "),
+            std::string::npos) << listed.out;
+  EXPECT_NE(listed.out.find("{\"name\": \"\xc3\xa9\", \"type\": \"file\", "), std::string::npos) << listed.out;
   std::remove(bytes.c_str());
   std::remove(accented.c_str());
   EXPECT_EQ(::rmdir(directory), 0);
+}
+
+TEST(QuorelTool, LsListsWithTypesAndRmRemovesTreesWithoutFollowingLinks) {
+  char directory[] = "/tmp/quorel-tool-rm-XXXXXX";
+  ASSERT_NE(::mkdtemp(directory), nullptr);
+  const std::string d = directory;
+  ASSERT_EQ(::mkdir((d + "/tree").c_str(), 0700), 0);
+  ASSERT_EQ(::mkdir((d + "/kept").c_str(), 0700), 0);
+  writeFile(d + "/kept/file", "stays");
+  ASSERT_EQ(::symlink((d + "/kept").c_str(), (d + "/tree/link").c_str()), 0);
+  const std::string top = run("ls " + d).out;  // in the file system's order
+  EXPECT_TRUE(top == "directory        kept\ndirectory        tree\n" ||
+              top == "directory        tree\ndirectory        kept\n") << top;
+  EXPECT_EQ(run("ls " + d + "/tree").out, "link             link\n");
+  const ToolRun refused = run("rm " + d + "/tree");
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_NE(refused.out.find("is a directory (rm -r removes it with its contents)"), std::string::npos) << refused.out;
+  EXPECT_EQ(run("--json rm -r " + d + "/tree").out, "[{\"path\": \"" + d + "/tree\", \"removed\": 2}]\n");
+  EXPECT_EQ(run("ls " + d + "/kept").out, "file             file\n");
+  EXPECT_EQ(run("rm -r " + d).out, d + ": 3 entries removed\n");
+  const ToolRun missing = run("ls " + d);
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.out, "quorel: ::open('" + d + "') failed - No such file or directory\n");
 }
 
 // The writer behind every --json output: which bytes are UTF-8, and the forms

@@ -76,6 +76,10 @@ inline int parseSize(const std::string& text) {
 int read(const std::vector<std::string>& args);
 int discard(const std::vector<std::string>& args);
 
+// The commands on directories.
+int ls(const std::vector<std::string>& args);
+int rm(const std::vector<std::string>& args);
+
 // The commands that start programs.
 int run(const std::vector<std::string>& args);
 int lock(const std::vector<std::string>& args);

@@ -26,6 +26,13 @@ const Command kCommands[] = {
      "For each PATH: whether it exists, its type, the owner's read and write permission, its size and block "
      "size. For block and character devices also the results of READ CAPACITY (10) and (16) sent to the "
      "device, or why they failed, and what the kernel reports."},
+    {"ls", "[PATH]", "the entries of a directory (default: the current one) with their types",
+     "Lists the entries of the directory PATH, never \".\" or \"..\", each with its type: directory, file, "
+     "link, fifo, socket, block device, character device, or unknown. Links are not followed. With --json "
+     "each entry also gives its inode number."},
+    {"rm", "[-r] PATH...", "remove files, and with -r directories with everything in them",
+     "Removes each PATH. A directory needs -r, which removes it with its contents without ever following "
+     "a symbolic link: a link inside goes, what it leads to stays. Prints how many entries went."},
     {"read", "[PATH] [--async|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--ios N] [--direct] [--random] "
              "[--scsi [--rw10|--rw16|--rw32]]",
      "read through a dispatcher; bytes, I/Os, IOPS, MB/s and mean latency",

@@ -10,6 +10,8 @@
 //   quorel cat [--bs N] FILE...  files to standard output through the streams
 //   quorel sense HEX...          decodes SCSI sense bytes
 //   quorel stat PATH...          existence, type, owner access, size and block size
+//   quorel ls [PATH]             the entries of a directory with their types
+//   quorel rm [-r] PATH...       removes files, and with -r directories with their contents
 //   quorel read [PATH] [OPTIONS] reads through a dispatcher and reports IOPS, MB/s and latency
 //   quorel discard PATH ...      UNMAP or TRIM of a byte range
 //   quorel run [OPTIONS] PROGRAM ARGS...  starts a program and exits with its status
@@ -369,6 +371,8 @@ int dispatch(const std::string& command, const std::vector<std::string>& args) {
   if (command == "cat") return cat(args);
   if (command == "sense") return sense(args);
   if (command == "stat") return stat(args);
+  if (command == "ls") return tool::ls(args);
+  if (command == "rm") return tool::rm(args);
   if (command == "read") return tool::read(args);
   if (command == "discard") return tool::discard(args);
   if (command == "run") return tool::run(args);
