@@ -35,7 +35,7 @@ echo "== examples"
 cmake -S "$src/examples" -B "$work/examples" \
   ${toolchain:+-DCMAKE_TOOLCHAIN_FILE="$toolchain"} -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 cmake --build "$work/examples" >/dev/null
-for example in worker_pool echo device_capacity async_reader capture_output application; do
+for example in worker_pool echo device_capacity disk_usage async_reader capture_output application; do
   echo "-- $example"
   timeout 60 "$work/examples/$example"
 done
