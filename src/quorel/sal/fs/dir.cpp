@@ -92,13 +92,28 @@ void remove(const Path& path) {
 
 }  // namespace dir
 
-pod::uint64 removeAll(const Path& path, i::denied::Stop) {
+namespace {
+
+// A tree whose removal is certainly a mistake: the root, or a path ending in
+// "." or "..", whose directory cannot go while it is in use as such anyway.
+void checkRemovable(const Path& path) {
   impl::check(path);
+  const std::string last = path.name();
+  if (path.normal().text() == "/" || last == "." || last == "..") {
+    QUOREL_THROW(PathNameException)("the tree '" + path.text() + "' is not removed: it is the root or ends in . or ..",
+                                    sal::i::err::domain::kApplication, 0);
+  }
+}
+
+}  // namespace
+
+pod::uint64 removeAll(const Path& path, i::denied::Stop) {
+  checkRemovable(path);
   return impl::Tree(path, false).remove();
 }
 
 pod::uint64 removeAll(const Path& path, i::denied::Skip) {
-  impl::check(path);
+  checkRemovable(path);
   return impl::Tree(path, true).remove();
 }
 

@@ -57,7 +57,8 @@ void remove(const Path& path);
 /// directories, so depth is limited neither by the stack nor by PATH_MAX, and
 /// holds at most 16 directory descriptors whatever the depth. The first
 /// failure stops it: the exception names the entry, and nothing after it is
-/// touched.
+/// touched. The root and paths ending in "." or ".." are refused with
+/// PathNameException before anything is touched.
 pod::uint64 removeAll(const Path& path, i::denied::Stop = i::denied::Stop());
 /// As above, but entries it may not remove (EACCES, EPERM) stay, with the
 /// directories that hold them; other failures still stop it.
