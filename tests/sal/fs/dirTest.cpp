@@ -416,6 +416,9 @@ TEST_F(Dir, TemporaryDirectoryIsPrivateSharedAndRemovedWithTheLastCopy) {
   EXPECT_EQ(fs::TemporaryDirectory().path().text().substr(0, 12), "/tmp/quorel-");
   QUOREL_EXPECT_THROW(fs::TemporaryDirectory(base, "a/b"), fs::PathNameException,
                       "the prefix 'a/b' of a temporary directory holds a slash", 0, 0);
+  // The name as asked for, not mkdtemp's last try.
+  QUOREL_EXPECT_THROW(fs::TemporaryDirectory{at("missing")}, fs::Exception,
+                      "::mkdtemp('" + at("missing") + "/quorel-XXXXXX') failed", 2, ENOENT);
 }
 
 }  // namespace

@@ -58,9 +58,10 @@ void rename(const std::string& from, const std::string& to) {
 }
 
 void makeTemporary(std::string& templateText) {
+  const std::string asked = templateText;  // a failing mkdtemp leaves its last try in the text
   if (::mkdtemp(&templateText[0]) == nullptr) {
     const int error = errno;
-    QUOREL_THROW(sal::fs::Exception)("::mkdtemp(" + quoted(templateText) + ") failed", kSystemCall, error);
+    QUOREL_THROW(sal::fs::Exception)("::mkdtemp(" + quoted(asked) + ") failed", kSystemCall, error);
   }
 }
 
