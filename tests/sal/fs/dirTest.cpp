@@ -251,6 +251,11 @@ TEST_F(Dir, KindsWithoutEntryTypesAndRemovalThatNeverFollowsLinks) {
     EXPECT_FALSE(there(at("t")));
     for (const char* kept : {"outside/kept", "outside/sub/kept", "elsewhere"}) EXPECT_TRUE(there(at(kept))) << kept;
   }
+  // A trailing slash names the link all the same: the link goes, not what is in its target.
+  build(base, {"slashed>outside"});
+  EXPECT_NO_THROW(EXPECT_EQ(fs::removeAll(at("slashed//")), 1u));
+  EXPECT_FALSE(there(at("slashed")));
+  EXPECT_TRUE(there(at("outside/sub/kept")));
 }
 
 TEST_F(Dir, RemoveAllLeavesTheTargetOfADirectorySwappedForALinkMeanwhile) {
