@@ -52,13 +52,14 @@ void remove(const Path& path);
 
 /// Removes path and, when it is a directory, everything in it; returns how
 /// many entries went (path included), 0 when nothing was there. The removal
-/// never follows a symbolic link, not even one that replaces a directory while
-/// the removal runs: the link goes, its target stays. It works through open
-/// directories, so depth is limited neither by the stack nor by PATH_MAX, and
-/// holds at most 16 directory descriptors whatever the depth. The first
-/// failure stops it: the exception names the entry, and nothing after it is
-/// touched. The root and paths ending in "." or ".." are refused with
-/// PathNameException before anything is touched.
+/// never follows a symbolic link, not even one named with a trailing slash or
+/// one that replaces a directory while the removal runs: the link goes, its
+/// target stays. It works through open directories, so depth is limited
+/// neither by the stack nor by PATH_MAX; it keeps at most 16 directories open
+/// whatever the depth (17 descriptors for a moment while it opens one more).
+/// The first failure stops it: the exception names the entry, and nothing
+/// after it is touched. The root and paths ending in "." or ".." are refused
+/// with PathNameException before anything is touched.
 pod::uint64 removeAll(const Path& path, i::denied::Stop = i::denied::Stop());
 /// As above, but entries it may not remove (EACCES, EPERM) stay, with the
 /// directories that hold them; other failures still stop it.
@@ -71,7 +72,7 @@ void rename(const Path& from, const Path& to);
 /// nothing is there.
 i::entry::type typeOf(const Path& path);
 /// What path leads to, following symbolic links: kNone when nothing is there
-/// or a link dangles.
+/// or a link dangles or loops.
 i::entry::type targetTypeOf(const Path& path);
 /// True when there is an entry of that name, a dangling link included.
 bool exists(const Path& path);

@@ -25,9 +25,16 @@ namespace dir = sys::fs::dir;
 
 bool isDots(const char* name) { return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')); }
 
+// The top without trailing slashes (the root keeps its one): the system follows
+// a link named "link/", and the walk would empty the link's target.
+std::string withoutTrailingSlashes(std::string text) {
+  while (text.size() > 1 && text.back() == '/') text.pop_back();
+  return text;
+}
+
 }  // namespace
 
-Tree::Tree(const Path& top, bool skipDenied) : top_(top), skipDenied_(skipDenied) {}
+Tree::Tree(const Path& top, bool skipDenied) : top_(withoutTrailingSlashes(top.text())), skipDenied_(skipDenied) {}
 
 Tree::~Tree() {
   for (Level& level : levels_) {

@@ -29,7 +29,7 @@ void rename(const std::string& from, const std::string& to);
 /// mkdtemp: templateText ends in "XXXXXX", which is replaced in place.
 void makeTemporary(std::string& templateText);
 /// lstat64 (follow false) or stat64; false, without throwing, when nothing is
-/// there (ENOENT, ENOTDIR).
+/// there (ENOENT, ENOTDIR) or, following, the links loop (ELOOP).
 bool statusOf(const std::string& path, bool follow, struct stat64& status);
 
 /// open64 with O_RDONLY | O_DIRECTORY | O_CLOEXEC and extra flags.

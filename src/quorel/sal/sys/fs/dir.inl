@@ -58,16 +58,17 @@ void rename(const std::string& from, const std::string& to) {
 }
 
 void makeTemporary(std::string& templateText) {
+  const std::string asked = templateText;  // a failing mkdtemp leaves its last try in the text
   if (::mkdtemp(&templateText[0]) == nullptr) {
     const int error = errno;
-    QUOREL_THROW(sal::fs::Exception)("::mkdtemp(" + quoted(templateText) + ") failed", kSystemCall, error);
+    QUOREL_THROW(sal::fs::Exception)("::mkdtemp(" + quoted(asked) + ") failed", kSystemCall, error);
   }
 }
 
 bool statusOf(const std::string& path, bool follow, struct stat64& status) {
   if ((follow ? ::stat64(path.c_str(), &status) : ::lstat64(path.c_str(), &status)) == 0) return true;
   const int error = errno;
-  if (error == ENOENT || error == ENOTDIR) return false;
+  if (error == ENOENT || error == ENOTDIR || (follow && error == ELOOP)) return false;
   QUOREL_THROW(sal::fs::Exception)((follow ? "::stat(" : "::lstat(") + quoted(path) + ") failed", kSystemCall,
                                    error);
 }
