@@ -152,37 +152,36 @@ struct ScratchFile {
   }
 };
 
+// A scratch file holding text, a dispatcher, and a request of a recording
+// handler on the file.
+struct Rig {
+  Rig(const std::string& text, const mux::Spec& spec, int depth, bool write = false)
+      : dispatcher(Dispatcher::create(spec, depth)) {
+    file.fill(text);
+    endpoint = file.open(true, write);
+    request.reset(dispatcher.newRequestFor(&handler, endpoint));
+  }
+  ScratchFile file;
+  Endpoint endpoint;
+  Dispatcher dispatcher;
+  Recorder handler;
+  std::unique_ptr<Request> request;
+};
+
 // ---------------------------------------------------------------- mux::Spec
 
 TEST(MuxSpec, DefaultsEveryWordAndSharedOrClonedRecords) {
   mux::Spec spec;
-  const impl::mux::Spec& words = spec.key();
-  EXPECT_EQ(words.words[mx::kType], -1);  // no type
-  EXPECT_EQ(words.words[mx::kPOSIXRT], 0);
-  for (int word : {mx::kPOSIXFSync, mx::kTCP, mx::kUDP, mx::kSCSI, mx::kSCSIExtended, mx::kSCSIFUA, mx::kSCSIT10PI,
-                   mx::kSCSIUNMAP, mx::kATATrim, mx::kATAOnSCSI, mx::kWinIOCP}) {
-    EXPECT_EQ(words.words[word], 1) << "word " << word;
-  }
-  EXPECT_EQ(words.words[mx::kSCSICDBSize], 0);
-  EXPECT_TRUE(spec.is<mx::posix::rt::Enabled>());
+  EXPECT_EQ(spec.key().words[mx::kType], -1);  // no type
   EXPECT_TRUE(spec.is<mx::scsi::rw10>());
-  EXPECT_FALSE(spec.is<mx::type::Sync>());
-  EXPECT_FALSE(spec.is<mx::type::DevPoll>());
-
-  // 0 means Enabled; each tag writes its own word.
+  // 0 means Enabled; each tag writes its own word into the shared record.
   mux::Spec shared = spec;
-  spec.set<mx::type::Async>().set<mx::tcp::Enabled>().set<mx::scsi::rw32>().set<mx::ata::onscsi::Enabled>();
-  spec.set<mx::posix::rt::Disabled>().set<mx::winiocp::Enabled>();
-  EXPECT_TRUE(shared.is<mx::type::Async>());
-  const std::pair<int, int> changed[] = {{mx::kType, 3},   {mx::kTCP, 0},     {mx::kSCSICDBSize, 2},
-                                       {mx::kATAOnSCSI, 0}, {mx::kPOSIXRT, 1}, {mx::kWinIOCP, 0}};
+  spec.set<mx::type::Async>().set<mx::tcp::Enabled>().set<mx::scsi::rw32>().set<mx::posix::rt::Disabled>();
+  const std::pair<int, int> changed[] = {{mx::kType, 3}, {mx::kTCP, 0}, {mx::kSCSICDBSize, 2}, {mx::kPOSIXRT, 1}};
   for (const auto& word : changed) EXPECT_EQ(shared.key().words[word.first], word.second) << "word " << word.first;
-
   mux::Spec copy = spec.clone();
   spec.set<mx::scsi::rw16>().set<mx::type::Select>();
   EXPECT_TRUE(copy.is<mx::scsi::rw32>());
-  EXPECT_TRUE(copy.is<mx::type::Async>());
-  EXPECT_TRUE(spec.is<mx::scsi::rw16>());
   EXPECT_EQ(spec.key().words[mx::kType], 4);
 }
 
@@ -190,26 +189,18 @@ TEST(MuxSpec, TypesOfOtherPlatformsAreRefusedAndChangeNothing) {
   mux::Spec spec = syncSpec();
   QUOREL_EXPECT_THROW(spec.set<mx::type::DevPoll>(), OperationNotSupportedException,
                       "the multiplexer type 'DevPoll' is not supported on this platform", kApplication, 0);
-  QUOREL_EXPECT_THROW(spec.set<mx::type::KQueue>(), OperationNotSupportedException,
-                      "the multiplexer type 'KQueue' is not supported on this platform", kApplication, 0);
   EXPECT_TRUE(spec.is<mx::type::Sync>());
 }
 
 TEST(Dispatcher, OnlySyncAndAsyncTypesAndAPositiveDepthCreateADispatcher) {
-  mux::Spec spec;  // no type
-  QUOREL_EXPECT_THROW(Dispatcher::create(spec, 1), InvalidArgumentException,
-                      "the mux spec does not specify a valid type", kApplication, 0);
-  for (auto set : {+[](mux::Spec& s) { s.set<mx::type::NULLSync>(); }, +[](mux::Spec& s) { s.set<mx::type::MemSync>(); },
-                   +[](mux::Spec& s) { s.set<mx::type::Select>(); }}) {
-    set(spec);
+  mux::Spec spec;  // no type, then a type without a dispatcher
+  for (int n = 0; n < 2; ++n, spec.set<mx::type::Select>()) {
     QUOREL_EXPECT_THROW(Dispatcher::create(spec, 1), InvalidArgumentException,
                         "the mux spec does not specify a valid type", kApplication, 0);
   }
   QUOREL_EXPECT_THROW(Dispatcher::create(asyncSpec(), 0), InvalidArgumentException,
                       "the queue depth must be at least 1", kApplication, 0);
   EXPECT_EQ(Dispatcher::create(syncSpec(), 0).pending(), 0);
-  EXPECT_EQ(Dispatcher::create(asyncSpec(), 8).muxSpec().words[mx::kType], 3);
-
   Dispatcher none;
   EXPECT_THROW(none.wait(), NULLDereferenceException);
 }
@@ -220,79 +211,57 @@ struct Thrown {};
 // ---------------------------------------------------------------- synchronous
 
 TEST(SyncDispatcher, MisuseIsRefusedAndAThrowingHandlerLeavesNothingPending) {
-  ScratchFile file;
-  file.fill("0123456789");
-  Dispatcher dispatcher = Dispatcher::create(syncSpec(), 1);
-  Recorder handler;
-  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
+  Rig rig("0123456789", syncSpec(), 1);
   char buffer[4];
-
-  QUOREL_EXPECT_THROW(request->submit(), sal::xio::Exception, "the request is not armed for a read or a write",
+  QUOREL_EXPECT_THROW(rig.request->submit(), sal::xio::Exception, "the request is not armed for a read or a write",
                       kApplication, 0);
-  QUOREL_EXPECT_THROW(dispatcher.wait(), sal::xio::Exception, "no pending synchronous I/O to wait on", kApplication, 0);
-  EXPECT_TRUE(request->submit(i::op::Read(), buffer, 4, 0));
-  EXPECT_EQ(dispatcher.pending(), 1);
-  QUOREL_EXPECT_THROW(request->submit(), sal::xio::Exception, "cannot queue multiple synchronous I/O requests",
+  QUOREL_EXPECT_THROW(rig.dispatcher.wait(), sal::xio::Exception, "no pending synchronous I/O to wait on",
                       kApplication, 0);
-  dispatcher.waitFor(0);  // performs the one pending request
-  EXPECT_EQ(dispatcher.pending(), 0);
-  ASSERT_EQ(handler.events.size(), 1u);
-  EXPECT_EQ(handler.events[0].result, 4);
-  QUOREL_EXPECT_THROW(dispatcher.waitFor(10), sal::xio::Exception, "no pending synchronous I/O to wait on",
+  EXPECT_TRUE(rig.request->submit(i::op::Read(), buffer, 4, 0));
+  QUOREL_EXPECT_THROW(rig.request->submit(), sal::xio::Exception, "cannot queue multiple synchronous I/O requests",
                       kApplication, 0);
-  dispatcher.lock();  // nothing to do for the synchronous kind
-  dispatcher.interrupt();
-  dispatcher.unlock();
+  rig.dispatcher.waitFor(0);  // performs the one pending request
+  EXPECT_EQ(rig.dispatcher.pending(), 0);
 
   // The handler's exception leaves wait(); the dispatcher takes the next request.
-  handler.then = [](Request&) { throw Thrown(); };
-  request->submit(i::op::Read(), buffer, 4, 0);
-  EXPECT_THROW(dispatcher.wait(), Thrown);
-  EXPECT_EQ(dispatcher.pending(), 0);
-  handler.then = nullptr;
-  EXPECT_TRUE(request->submit(i::op::Read(), buffer, 2, 8));
-  dispatcher.wait();
-  ASSERT_EQ(handler.events.size(), 3u);
-  EXPECT_EQ(handler.events[2].result, 2);
+  rig.handler.then = [](Request&) { throw Thrown(); };
+  rig.request->submit(i::op::Read(), buffer, 4, 0);
+  EXPECT_THROW(rig.dispatcher.wait(), Thrown);
+  rig.handler.then = nullptr;
+  EXPECT_TRUE(rig.request->submit(i::op::Read(), buffer, 2, 8));
+  rig.dispatcher.wait();
+  ASSERT_EQ(rig.handler.events.size(), 3u);
+  EXPECT_EQ(rig.handler.events[2].result, 2);
 }
 
 TEST(SyncDispatcher, ReadsAndWritesAtOffsetsShortAtTheEndOfTheFile) {
-  ScratchFile file;
-  file.fill("abcdefghij");
-  Dispatcher dispatcher = Dispatcher::create(syncSpec(), 1);
-  Recorder handler;
-  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, true)));
-  request->setID(7);
-
+  Rig rig("abcdefghij", syncSpec(), 1, true);
+  Request& request = *rig.request;
+  request.setID(7);
   char buffer[8] = {};
-  request->submit(i::op::Read(), buffer, 3, 4);
-  dispatcher.wait();
-  EXPECT_EQ(std::string(buffer, 3), "efg");
-
-  request->submit(i::op::Write(), const_cast<char*>("XY"), op::Spec(2, 8));
-  dispatcher.wait();
-  request->setFor(i::op::Read(), buffer, op::Spec(8, 6));  // 4 bytes are left
-  request->submit();
-  dispatcher.wait();
+  request.submit(i::op::Write(), const_cast<char*>("XY"), op::Spec(2, 8));
+  rig.dispatcher.wait();
+  request.setFor(i::op::Read(), buffer, op::Spec(8, 6));  // 4 bytes are left
+  request.submit();
+  rig.dispatcher.wait();
   EXPECT_EQ(std::string(buffer, 4), "ghXY");
   // Count and offset alone: each operation keeps the buffer it was last armed with.
-  request->submit(i::op::Write(), op::Spec(1, 0));  // "X"
-  dispatcher.wait();
-  request->setFor(i::op::Read(), op::Spec(3, 0));
-  request->submit();
-  dispatcher.wait();
+  request.submit(i::op::Write(), op::Spec(1, 0));  // "X"
+  rig.dispatcher.wait();
+  request.submit(i::op::Read(), op::Spec(3, 0));
+  rig.dispatcher.wait();
   EXPECT_EQ(std::string(buffer, 3), "Xbc");
-  request->submit(i::op::Read(), op::Spec(8, 100));  // past the end
-  dispatcher.wait();
+  request.submit(i::op::Read(), op::Spec(8, 100));  // past the end
+  rig.dispatcher.wait();
 
-  ASSERT_EQ(handler.events.size(), 6u);
-  const int expected[] = {3, 2, 4, 1, 3, 0};
-  const char* slots[] = {"read", "write", "read", "write", "read", "read"};
-  for (int n = 0; n < 6; ++n) {
-    EXPECT_EQ(handler.events[n].slot, slots[n]);
-    EXPECT_EQ(handler.events[n].result, expected[n]);
-    EXPECT_EQ(handler.events[n].id, 7u);
-    EXPECT_EQ(handler.events[n].request, request.get());
+  ASSERT_EQ(rig.handler.events.size(), 5u);
+  const int expected[] = {2, 4, 1, 3, 0};
+  const char* slots[] = {"write", "read", "write", "read", "read"};
+  for (int n = 0; n < 5; ++n) {
+    EXPECT_EQ(rig.handler.events[n].slot, slots[n]);
+    EXPECT_EQ(rig.handler.events[n].result, expected[n]);
+    EXPECT_EQ(rig.handler.events[n].id, 7u);
+    EXPECT_EQ(rig.handler.events[n].request, &request);
   }
 }
 
@@ -304,8 +273,7 @@ TEST(SyncDispatcher, ACountOfAllOnesCompletesWithTheSentinelWithoutIOAndFailures
     test::fault::Injection never("pread64", EIO, 1000000), neverWrite("pwrite64", EIO, 1000000);
     expectDone(runOne(dispatcher, file.open(true, true), false, nullptr, -1, 0), "read", -666);
     expectDone(runOne(dispatcher, file.open(true, true), true, nullptr, -1, 0), "write", -666);
-    EXPECT_EQ(test::fault::calls("pread64"), 0);
-    EXPECT_EQ(test::fault::calls("pwrite64"), 0);
+    EXPECT_EQ(test::fault::calls("pread64") + test::fault::calls("pwrite64"), 0);
   }
   char buffer[4];
   expectFailure<ReadException>(runOne(dispatcher, file.open(false, true), false, buffer, 3, 0),  // write-only
@@ -317,29 +285,22 @@ TEST(SyncDispatcher, ACountOfAllOnesCompletesWithTheSentinelWithoutIOAndFailures
 TEST(SyncDispatcher, SocketRequestsMoveEveryByteEndShortWhenThePeerClosesAndReportFailures) {
   Connected connected;
   sal::io::ATCPIOSocket peer = connected.server.accept(5000);
-
   mux::Spec spec = syncSpec();
   spec.set<mx::tcp::Enabled>();
   Dispatcher dispatcher = Dispatcher::create(spec, 1);
-  Recorder handler;
-  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, connected.client));
 
   // 1 MiB both ways: more than one recv/send moves.
-  std::vector<char> out(1 << 20), in(1 << 20);
+  const int kSize = 1 << 20;
+  std::vector<char> out(kSize), in(kSize);
   for (size_t n = 0; n < out.size(); ++n) out[n] = static_cast<char>(n * 7);
-  std::thread echo([&peer, &out] {
-    std::vector<char> got(out.size());
-    for (int done = 0; done < static_cast<int>(got.size());) done += peer.get(got.data() + done, static_cast<int>(got.size()) - done);
-    for (int done = 0; done < static_cast<int>(got.size());) done += peer.put(got.data() + done, static_cast<int>(got.size()) - done);
+  std::thread echo([&peer] {
+    std::vector<char> got(kSize);
+    for (int done = 0; done < kSize;) done += peer.get(got.data() + done, kSize - done);
+    for (int done = 0; done < kSize;) done += peer.put(got.data() + done, kSize - done);
   });
-  request->submit(i::op::Write(), out.data(), static_cast<int>(out.size()), 0);
-  dispatcher.wait();
-  request->submit(i::op::Read(), in.data(), static_cast<int>(in.size()), 0);
-  dispatcher.wait();
+  expectDone(runOne(dispatcher, connected.client, true, out.data(), kSize, 0), "write", kSize);
+  expectDone(runOne(dispatcher, connected.client, false, in.data(), kSize, 0), "read", kSize);
   echo.join();
-  ASSERT_EQ(handler.events.size(), 2u);
-  EXPECT_EQ(handler.events[0].result, 1 << 20);
-  EXPECT_EQ(handler.events[1].result, 1 << 20);
   EXPECT_TRUE(in == out);
   // A read ends short when the peer closes (through the UDP path's spec too).
   spec.set<mx::udp::Enabled>();
@@ -363,7 +324,6 @@ TEST(SyncDispatcher, SocketRequestsMoveEveryByteEndShortWhenThePeerClosesAndRepo
 struct PassThroughCase {
   void (*set)(mux::Spec&);
   bool write;
-  const char* slot;
   const char* why;
   const std::type_info* type;
 };
@@ -372,19 +332,16 @@ TEST(SyncDispatcher, EachPassThroughPathReportsAFailedIOControlWithItsMessage) {
   ScratchFile file;
   file.fill(std::string(4096, 'x'));
   const PassThroughCase cases[] = {
-      {[](mux::Spec& s) { s.set<mx::scsi::Enabled>(); }, false, "read-failed",
-       "device I/O control failed for SCSI Read (10)", &typeid(SCSIReadException)},
-      {[](mux::Spec& s) { s.set<mx::scsi::Enabled>().set<mx::scsi::rw16>(); }, false, "read-failed",
-       "device I/O control failed for SCSI Read (16)", &typeid(SCSIReadException)},
-      {[](mux::Spec& s) { s.set<mx::scsi::Enabled>().set<mx::scsi::rw32>(); }, true, "write-failed",
+      {[](mux::Spec& s) { s.set<mx::scsi::Enabled>(); }, false, "device I/O control failed for SCSI Read (10)",
+       &typeid(SCSIReadException)},
+      {[](mux::Spec& s) { s.set<mx::scsi::Enabled>().set<mx::scsi::rw32>(); }, true,
        "device I/O control failed for SCSI Write (32)", &typeid(SCSIWriteException)},
-      {[](mux::Spec& s) { s.set<mx::scsi::Enabled>().set<mx::scsi::extended::Enabled>(); }, true, "write-failed",
+      {[](mux::Spec& s) { s.set<mx::scsi::Enabled>().set<mx::scsi::extended::Enabled>(); }, true,
        "device I/O control failed for SCSI Write (10)", &typeid(SCSIWriteException)},
-      {[](mux::Spec& s) { s.set<mx::scsi::unmap::Enabled>(); }, true, "write-failed",
-       "device I/O control failed for SCSI UNMAP", &typeid(SCSIWriteException)},
-      {[](mux::Spec& s) { s.set<mx::ata::trim::Enabled>(); }, true, "write-failed", "ATA TRIM failed",
-       &typeid(WriteException)},
-      {[](mux::Spec& s) { s.set<mx::ata::trim::Enabled>().set<mx::ata::onscsi::Enabled>(); }, true, "write-failed",
+      {[](mux::Spec& s) { s.set<mx::scsi::unmap::Enabled>(); }, true, "device I/O control failed for SCSI UNMAP",
+       &typeid(SCSIWriteException)},
+      {[](mux::Spec& s) { s.set<mx::ata::trim::Enabled>(); }, true, "ATA TRIM failed", &typeid(WriteException)},
+      {[](mux::Spec& s) { s.set<mx::ata::trim::Enabled>().set<mx::ata::onscsi::Enabled>(); }, true,
        "ATA TRIM (SATL) failed", &typeid(SCSIWriteException)},
   };
   char buffer[4096];
@@ -395,7 +352,7 @@ TEST(SyncDispatcher, EachPassThroughPathReportsAFailedIOControlWithItsMessage) {
     Dispatcher dispatcher = Dispatcher::create(spec, 1);
     const std::vector<Event> events = runOne(dispatcher, file.open(true, true), c.write, buffer, 4096, 0, 512);
     ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].slot, c.slot);
+    EXPECT_EQ(events[0].slot, c.write ? "write-failed" : "read-failed");
     EXPECT_TRUE(*events[0].type == *c.type) << events[0].type->name();
     test::expectFields(*events[0].failure, c.why, kSystemCall, ENOTTY);
   }
@@ -407,7 +364,6 @@ TEST(SyncDispatcher, ASCSIRequestWithoutABlockSizeFailsWithEINVAL) {
   mux::Spec spec = syncSpec();
   spec.set<mx::scsi::Enabled>();
   Dispatcher dispatcher = Dispatcher::create(spec, 1);
-  EXPECT_EQ(std::unique_ptr<Request>(dispatcher.newRequestFor(nullptr, file.open(true, false)))->blockSize(), 0);
   char buffer[512];
   expectFailure<SCSIReadException>(runOne(dispatcher, file.open(true, false), false, buffer, 512, 0),
                                    "read-failed", "device I/O control failed for SCSI Read (10)", kSystemCall, EINVAL);
@@ -437,7 +393,7 @@ int checkCondition(int, unsigned long request, void* argument) {
 TEST(SyncDispatcher, ADeviceThatRejectsTheCommandGivesItsStatusAndSense) {
   ScratchFile file;
   file.fill("x");
-  const std::string sense = senseReply = kIllegalRequest;
+  senseReply = kIllegalRequest;
   test::fault::StandIn device("ioctl", reinterpret_cast<void*>(checkCondition));
   {
     mux::Spec spec = syncSpec();
@@ -445,7 +401,7 @@ TEST(SyncDispatcher, ADeviceThatRejectsTheCommandGivesItsStatusAndSense) {
     Dispatcher dispatcher = Dispatcher::create(spec, 1);
     const std::vector<Event> events = runOne(dispatcher, file.open(true, true), true, nullptr, 1 << 20, 1 << 20, 4096);
     expectFailure<SCSIWriteException>(events, "write-failed", "SCSI UNMAP failed", kSCSICDB, 2);
-    EXPECT_EQ(events[0].failure->auxData(), sense);
+    EXPECT_EQ(events[0].failure->auxData(), kIllegalRequest);
     ASSERT_EQ(lastCDB.size(), 10u);
     EXPECT_EQ(lastCDB[0], 0x42);
   }
@@ -457,39 +413,32 @@ TEST(SyncDispatcher, ADeviceThatRejectsTheCommandGivesItsStatusAndSense) {
     const std::vector<Event> events = runOne(dispatcher, file.open(true, true), false, buffer, 1024, 4096, 512);
     expectFailure<SCSIReadException>(events, "read-failed", "device I/O control failed for SCSI Read (16)", kSCSICDB,
                                      2);
-    EXPECT_EQ(events[0].failure->auxData(), sense);
+    EXPECT_EQ(events[0].failure->auxData(), kIllegalRequest);
     // READ(16), FUA, LBA 8, two blocks.
     const std::vector<unsigned char> cdb = {0x88, 0x08, 0, 0, 0, 0, 0, 0, 0, 8, 0, 0, 0, 2, 0, 0};
     EXPECT_EQ(lastCDB, cdb);
   }
-  // A device that does not know ATA PASS-THROUGH: the refusal is a failure
-  // on both TRIM paths (fixed-format sense carries registers only with
-  // 00/1D).
-  for (bool satl : {false, true}) {
-    mux::Spec spec = syncSpec();
-    spec.set<mx::ata::trim::Enabled>();
-    if (satl) spec.set<mx::ata::onscsi::Enabled>();
-    Dispatcher dispatcher = Dispatcher::create(spec, 1);
-    const std::vector<Event> events = runOne(dispatcher, file.open(true, true), true, nullptr, 4096, 0, 512);
-    if (satl) {
-      expectFailure<SCSIWriteException>(events, "write-failed", "ATA TRIM (SATL) failed", kSCSICDB, 2);
-      EXPECT_EQ(events[0].failure->auxData(), sense);
-    } else {
-      expectFailure<WriteException>(events, "write-failed", "ATA TRIM failed", kApplication, 0x51);
-    }
-  }
-  // ATA TRIM with the error bit: the status and error registers.
-  senseReply = kATAError;
-  for (bool satl : {false, true}) {
-    mux::Spec spec = syncSpec();
-    spec.set<mx::ata::trim::Enabled>();
-    if (satl) spec.set<mx::ata::onscsi::Enabled>();
-    Dispatcher dispatcher = Dispatcher::create(spec, 1);
-    const std::vector<Event> events = runOne(dispatcher, file.open(true, true), true, nullptr, 512 * 8, 0, 512);
-    if (satl) {
-      expectFailure<SCSIWriteException>(events, "write-failed", "ATA TRIM (SATL) failed", kApplication, 0x0451);
-    } else {
-      expectFailure<WriteException>(events, "write-failed", "ATA TRIM failed", kApplication, 0x0451);
+  // ATA TRIM on a device that does not know ATA PASS-THROUGH (fixed-format
+  // sense carries registers only with 00/1D), then with the error bit set:
+  // the status and error registers.
+  for (const std::string& reply : {kIllegalRequest, kATAError}) {
+    senseReply = reply;
+    const bool refused = reply == kIllegalRequest;
+    for (bool satl : {false, true}) {
+      mux::Spec spec = syncSpec();
+      spec.set<mx::ata::trim::Enabled>();
+      if (satl) spec.set<mx::ata::onscsi::Enabled>();
+      Dispatcher dispatcher = Dispatcher::create(spec, 1);
+      const std::vector<Event> events = runOne(dispatcher, file.open(true, true), true, nullptr, 4096, 0, 512);
+      if (satl) {
+        expectFailure<SCSIWriteException>(events, "write-failed", "ATA TRIM (SATL) failed",
+                                          refused ? kSCSICDB : kApplication, refused ? 2 : 0x0451);
+      } else {
+        expectFailure<WriteException>(events, "write-failed", "ATA TRIM failed", kApplication, refused ? 0x51 : 0x0451);
+      }
+      if (refused && satl) {
+        EXPECT_EQ(events[0].failure->auxData(), kIllegalRequest);
+      }
     }
   }
 }
@@ -519,9 +468,9 @@ struct Aligned {
 };
 
 // Reopens a scratch file with O_DIRECT, or explains why the test cannot.
-bool directEndpoint(const ScratchFile& file, bool read, bool write, Endpoint& endpoint, std::string& why) {
+bool directEndpoint(const ScratchFile& file, Endpoint& endpoint, std::string& why) {
   try {
-    endpoint = file.open(read, write, true);
+    endpoint = file.open(true, true, true);
     return true;
   } catch (const OpenException& e) {
     why = "O_DIRECT is not available for " + file.path + ": " + e.asSimpleString();
@@ -534,9 +483,9 @@ TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData
   ScratchFile file;
   Endpoint endpoint;
   std::string why;
-  if (!directEndpoint(file, true, true, endpoint, why)) GTEST_SKIP() << why;
+  if (!directEndpoint(file, endpoint, why)) GTEST_SKIP() << why;
 
-  for (int depth : {1, 64, 4096}) {
+  for (int depth : {1, kBlocks}) {
     SCOPED_TRACE(depth);
     Dispatcher dispatcher = Dispatcher::create(asyncSpec(), depth);
     Aligned data(static_cast<size_t>(kBlocks) * kBlock);
@@ -566,11 +515,7 @@ TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData
       ASSERT_TRUE(requests[n]->submit(i::op::Read(), data.data + static_cast<size_t>(n) * kBlock, kBlock,
                                       static_cast<long long>(n) * kBlock));
     }
-    EXPECT_GT(dispatcher.pending(), 0);
-    EXPECT_LE(dispatcher.pending(), depth);
-    if (depth == kBlocks) {
-      EXPECT_EQ(dispatcher.pending(), kBlocks);  // every one in flight at once
-    }
+    EXPECT_EQ(dispatcher.pending(), depth);  // every one in flight at once when the depth allows
     dispatcher.wait();
     EXPECT_EQ(dispatcher.pending(), 0);
     std::vector<int> seen(kBlocks, 0);
@@ -578,7 +523,6 @@ TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData
       ASSERT_EQ(event.slot, "read");
       ASSERT_EQ(event.result, kBlock);
       ++seen[event.id];
-      EXPECT_EQ(event.request, requests[event.id].get());
     }
     for (int n = 0; n < kBlocks; ++n) {
       ASSERT_EQ(seen[n], 1) << "block " << n;
@@ -598,7 +542,7 @@ TEST(AsyncDispatcher, MisalignedDirectRequestsCompleteWithTheErrorNumber) {
   file.fill(std::string(8192, 'x'));
   Endpoint endpoint;
   std::string why;
-  if (!directEndpoint(file, true, true, endpoint, why)) GTEST_SKIP() << why;
+  if (!directEndpoint(file, endpoint, why)) GTEST_SKIP() << why;
   Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
   Recorder handler;
   std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
@@ -607,7 +551,6 @@ TEST(AsyncDispatcher, MisalignedDirectRequestsCompleteWithTheErrorNumber) {
     handler.events.clear();
     ASSERT_TRUE(write ? request->submit(i::op::Write(), buffer.data + 1, 4096, 0)
                       : request->submit(i::op::Read(), buffer.data + 1, 4096, 0));
-    EXPECT_EQ(dispatcher.pending(), 1);
     dispatcher.wait();
     EXPECT_EQ(dispatcher.pending(), 0);
     expectFailure<AIOCompletionException>(handler.events, "completion-failed",
@@ -622,36 +565,27 @@ TEST(Dispatchers, OffsetsAbove4GiBReachTheFile) {
   const long long kFiveGiB = 5LL << 30;
   ScratchFile file;
   Endpoint endpoint = file.open(true, true);
-  int fd = -1;
+  const int fd = static_cast<int>(endpoint.id());
+  char text[] = "beyond four gibibytes";
+  const int length = static_cast<int>(sizeof text - 1);
   for (bool async : {false, true}) {
     SCOPED_TRACE(async ? "Async" : "Sync");
     Dispatcher dispatcher = Dispatcher::create(async ? asyncSpec() : syncSpec(), 4);
     Recorder handler;
     std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
     const long long at = kFiveGiB + (async ? 12295 : 4099);
-    char text[] = "beyond four gibibytes";
-    const int length = static_cast<int>(sizeof text - 1);
     request->submit(i::op::Write(), text, length, at);
     dispatcher.wait();
     request->submit(i::op::Write(), op::Spec(6, at + 4096));  // the same buffer, 4 KiB further
     dispatcher.wait();
     char back[sizeof text] = {};
-    fd = static_cast<int>(endpoint.id());
     ASSERT_EQ(::pread64(fd, back, length, at), length);
     EXPECT_EQ(std::string(back, length), text);
     ASSERT_EQ(::pread64(fd, back, 6, at + 4096), 6);
     EXPECT_EQ(std::string(back, 6), "beyond");
-    ASSERT_EQ(::pread64(fd, back, 4, at - 4), 4);
-    EXPECT_EQ(std::string(back, 4), std::string(4, '\0'));
-
-    std::memset(back, 0, sizeof back);
-    request->submit(i::op::Read(), back + 1, 4, at + 7);
+    request->submit(i::op::Read(), back, 4, at + 7);
     dispatcher.wait();
-    EXPECT_EQ(std::string(back + 1, 4), "four");
-    ASSERT_EQ(handler.events.size(), 3u);
-    EXPECT_EQ(handler.events[0].result, length);
-    EXPECT_EQ(handler.events[1].result, 6);
-    EXPECT_EQ(handler.events[2].result, 4);
+    EXPECT_EQ(std::string(back, 4), "four");
   }
   struct stat64 status;
   ASSERT_EQ(::fstat64(fd, &status), 0);
@@ -660,74 +594,60 @@ TEST(Dispatchers, OffsetsAbove4GiBReachTheFile) {
 }
 
 TEST(AsyncDispatcher, ARefusedSubmissionReachesItsSlotAndLeavesNothingPending) {
-  ScratchFile file;
-  file.fill("abc");
-  Endpoint endpoint = file.open(true, true);
-  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
-  Recorder handler;
-  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
-  endpoint.close();  // no descriptor: io_submit refuses it
+  Rig rig("abc", asyncSpec(), 4, true);
+  rig.endpoint.close();  // no descriptor: io_submit refuses it
   char buffer[3];
   for (bool write : {true, false}) {
-    handler.events.clear();
-    EXPECT_FALSE(write ? request->submit(i::op::Write(), buffer, 3, 0) : request->submit(i::op::Read(), buffer, 3, 0));
-    expectFailure<AIORequestException>(handler.events, "submission-failed",
+    rig.handler.events.clear();
+    EXPECT_FALSE(write ? rig.request->submit(i::op::Write(), buffer, 3, 0)
+                       : rig.request->submit(i::op::Read(), buffer, 3, 0));
+    expectFailure<AIORequestException>(rig.handler.events, "submission-failed",
                                        write ? "::io_submit() failed for write" : "::io_submit() failed for read",
                                        kSystemCall, EBADF);
   }
-  EXPECT_EQ(dispatcher.pending(), 0);
-  dispatcher.wait();  // returns at once
+  EXPECT_EQ(rig.dispatcher.pending(), 0);
+  rig.dispatcher.wait();  // returns at once
 }
 
 TEST(AsyncDispatcher, HeldRequestsCompleteWithTheSentinelAndWaitForSkipsTheKernelWhenIdle) {
   QUOREL_REQUIRE_FAULT_POINT("syscall");
-  ScratchFile file;
-  file.fill("abcdef");
-  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
-  Recorder handler;
-  std::unique_ptr<Request> first(dispatcher.newRequestFor(&handler, file.open(true, true)));
-  std::unique_ptr<Request> second(dispatcher.newRequestFor(&handler, file.open(true, true)));
-  first->setID(1);
-  second->setID(2);
+  Rig rig("abcdef", asyncSpec(), 4, true);
+  std::unique_ptr<Request> second(rig.dispatcher.newRequestFor(&rig.handler, rig.endpoint));
   {
     test::fault::Injection never("syscall", EIO, 1000000);
-    EXPECT_TRUE(first->submit(i::op::Read(), nullptr, -1, 0));
+    EXPECT_TRUE(rig.request->submit(i::op::Read(), nullptr, -1, 0));
     EXPECT_TRUE(second->submit(i::op::Write(), nullptr, -1, 0));
-    EXPECT_EQ(dispatcher.pending(), 2);
-    dispatcher.waitFor(60000);  // returns at once: nothing is in the kernel
-    EXPECT_EQ(test::fault::calls("syscall"), 0);
-    dispatcher.waitFor(60000);
+    EXPECT_EQ(rig.dispatcher.pending(), 2);
+    rig.dispatcher.waitFor(60000);  // returns at once: nothing is in the kernel
+    rig.dispatcher.waitFor(60000);
     EXPECT_EQ(test::fault::calls("syscall"), 0);
   }
-  ASSERT_EQ(handler.events.size(), 2u);
-  for (unsigned int n = 0; n < 2; ++n) {
-    EXPECT_EQ(handler.events[n].slot, n == 0 ? "read" : "write");
-    EXPECT_EQ(handler.events[n].id, n + 1);
-    EXPECT_EQ(handler.events[n].result, -666);
-  }
-  EXPECT_EQ(dispatcher.pending(), 0);
+  const std::vector<Event>& events = rig.handler.events;
+  ASSERT_EQ(events.size(), 2u);
+  EXPECT_EQ(events[0].slot, "read");
+  EXPECT_EQ(events[1].slot, "write");
+  EXPECT_EQ(events[1].result, -666);
+  EXPECT_EQ(rig.dispatcher.pending(), 0);
 
   // wait() completes held requests and kernel requests alike.
-  handler.events.clear();
+  rig.handler.events.clear();
   char buffer[3];
-  first->submit(i::op::Read(), buffer, 3, 3);
+  rig.request->submit(i::op::Read(), buffer, 3, 3);
   second->submit(i::op::Write(), nullptr, -1, 0);
-  dispatcher.wait();
-  ASSERT_EQ(handler.events.size(), 2u);
-  EXPECT_EQ(handler.events[0].result, -666);  // held ones go first
-  EXPECT_EQ(handler.events[1].result, 3);
+  rig.dispatcher.wait();
+  ASSERT_EQ(events.size(), 2u);
+  EXPECT_EQ(events[0].result, -666);  // held ones go first
+  EXPECT_EQ(events[1].result, 3);
   EXPECT_EQ(std::string(buffer, 3), "def");
 }
 
 TEST(AsyncDispatcher, AThrowingHandlerLeavesEveryOtherRequestToCompleteOnce) {
-  ScratchFile file;
-  file.fill("abcdefghijklmnopqrst");
-  Endpoint endpoint = file.open(true, false);
-  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 8);
-  Recorder handler;
+  Rig rig("abcdefghijklmnopqrst", asyncSpec(), 8);
+  Dispatcher& dispatcher = rig.dispatcher;
+  Recorder& handler = rig.handler;
   std::vector<std::unique_ptr<Request>> requests;
   for (unsigned int n = 0; n < 5; ++n) {
-    requests.emplace_back(dispatcher.newRequestFor(&handler, endpoint));
+    requests.emplace_back(dispatcher.newRequestFor(&handler, rig.endpoint));
     requests.back()->setID(n);
   }
   char buffers[5][4];
@@ -736,8 +656,8 @@ TEST(AsyncDispatcher, AThrowingHandlerLeavesEveryOtherRequestToCompleteOnce) {
   };
   const auto readBack = [&](unsigned int n) { return std::string(buffers[n], 4); };
 
-  // Held requests: the second one's handler throws; a request held after
-  // that joins the next wait, and each completes once.
+  // Held requests: the second one's handler throws; one held after that
+  // joins the next wait.
   int throws = 1;
   handler.then = [&throws](Request& request) {
     if (request.id() == 1 && throws-- > 0) throw Thrown();
@@ -747,12 +667,10 @@ TEST(AsyncDispatcher, AThrowingHandlerLeavesEveryOtherRequestToCompleteOnce) {
   EXPECT_EQ(dispatcher.pending(), 1);
   requests[3]->submit(i::op::Write(), nullptr, -1, 0);
   dispatcher.wait();
-  EXPECT_EQ(dispatcher.pending(), 0);
   EXPECT_EQ(countsByID(handler.events, 5), (std::vector<int>{1, 1, 1, 1, 0}));
 
-  // Events taken from the kernel together: the first handler throws; the
-  // other two, no longer in the kernel, complete at the next wait, even one
-  // that gives the kernel no time.
+  // Kernel events taken together: the first handler throws; the other two
+  // complete at the next wait, even one that gives the kernel no time.
   handler.events.clear();
   handler.then = [&handler](Request&) {
     if (handler.events.size() == 1) throw Thrown();
@@ -783,11 +701,7 @@ TEST(AsyncDispatcher, AThrowingHandlerLeavesEveryOtherRequestToCompleteOnce) {
 
 TEST(AsyncDispatcher, WaitForReturnsAfterItsTimeWhenTheKernelCompletesNothing) {
   QUOREL_REQUIRE_FAULT_POINT("syscall");
-  ScratchFile file;
-  file.fill("abc");
-  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
-  Recorder handler;
-  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
+  Rig rig("abc", asyncSpec(), 4);
   // A submission the kernel never hears of: it stays in flight.
   test::fault::StandIn pretend("syscall", reinterpret_cast<void*>(+[](long number, long a, long b, long c, long d,
                                                                        long e, long f) -> long {
@@ -795,12 +709,12 @@ TEST(AsyncDispatcher, WaitForReturnsAfterItsTimeWhenTheKernelCompletesNothing) {
     return ::syscall(number, a, b, c, d, e, f);
   }));
   char buffer[3];
-  ASSERT_TRUE(request->submit(i::op::Read(), buffer, 3, 0));
+  ASSERT_TRUE(rig.request->submit(i::op::Read(), buffer, 3, 0));
   const sal::time::absolute before = sal::time::milli::now();
-  dispatcher.waitFor(50);
+  rig.dispatcher.waitFor(50);
   EXPECT_GE(sal::time::milli::now() - before, 40);
-  EXPECT_TRUE(handler.events.empty());
-  EXPECT_EQ(dispatcher.pending(), 1);
+  EXPECT_TRUE(rig.handler.events.empty());
+  EXPECT_EQ(rig.dispatcher.pending(), 1);
 }
 
 // The interrupt signal's disposition, restored after a test.
@@ -829,12 +743,10 @@ std::vector<int> currentMask() {
   return blocked;
 }
 
-// Stand-in for the kernel's AIO calls of the interrupt tests: io_submit
-// keeps a request in flight for ever; io_getevents passes through, after
-// noting that the owner is about to enter the kernel. Once armed, the next
-// io_getevents lands an interrupt from another thread in front of the
-// kernel, or (completing) hands the request's completion over and lands the
-// interrupt on the way back.
+// Stand-in for the kernel's AIO calls: io_submit keeps a request in flight
+// for ever; once armed, the next io_getevents lands an interrupt from another
+// thread in front of the kernel, or hands the completion over and lands it on
+// the way back.
 namespace interruptible {
 Dispatcher* owner = nullptr;
 iocb* submitted = nullptr;
@@ -890,18 +802,15 @@ TEST(AsyncDispatcher, OneInterruptFromAnotherThreadEndsTheWaitWhereverItLands) {
   QUOREL_REQUIRE_FAULT_POINT("syscall");
   KeepSignal6 keep;
   KeepSignal6::set(SIG_DFL);
-  ScratchFile file;
-  file.fill("abc");
-  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
+  Rig rig("abc", asyncSpec(), 4);
+  Dispatcher& dispatcher = rig.dispatcher;
+  Recorder& handler = rig.handler;
   dispatcher.interrupt();  // the owner: no signal, disposition untouched
   EXPECT_EQ(KeepSignal6::now(), SIG_DFL);
-
-  Recorder handler;
-  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, file.open(true, false)));
   interruptible::owner = &dispatcher;
   test::fault::StandIn pretend("syscall", reinterpret_cast<void*>(interruptible::aioCalls));
   char buffer[3];
-  ASSERT_TRUE(request->submit(i::op::Read(), buffer, 3, 0));
+  ASSERT_TRUE(rig.request->submit(i::op::Read(), buffer, 3, 0));
   dispatcher.lock();
   const std::vector<int> locked = currentMask();
 
@@ -959,7 +868,6 @@ TEST(AsyncDispatcher, LocksNestAndOnlyTheOwnerUnlocks) {
   dispatcher.unlock();
   std::vector<int> locked = currentMask();
   EXPECT_EQ(locked[SIGTERM - 1], 1);
-  EXPECT_EQ(locked[SIGUSR1 - 1], 1);
   EXPECT_EQ(locked[SIGABRT - 1], 0);
   dispatcher.unlock();
   EXPECT_EQ(currentMask(), before);
