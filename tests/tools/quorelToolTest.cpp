@@ -70,10 +70,7 @@ TEST(QuorelTool, CommandsPrintExactlyTheirTexts) {
   } rows[] = {
       {"explain 5 0x8000000", 0, "domain 5: SCSI CDB error\ncode 134217728 (0x8000000): SG_IO driver_status 0x08 DRIVER_SENSE\n"},
       {"explain 2 13", 0, "domain 2: system call error\ncode 13 (0xd): Permission denied\n"},
-      {"explain 0 -1", 0, "domain 0: application-specific error\ncode -1 (0xffffffff): application-specific error\n"},
       {"explain 9 0xffffffff", 0, "domain 9: unknown error domain\ncode -1 (0xffffffff): unknown error code\n"},
-      {"explain 5 2", 0, "domain 5: SCSI CDB error\ncode 2 (0x2): CHECK CONDITION\n"},
-      {"version 2.6", 0, "2.6.0\n"},
       {"version 300.1.2.3.4", 0, "44.1.2.3\n"},
       {"version 1.x", 2, "quorel: invalid version '1.x'" + kHint},
       {"resolve 127.0.0.1 80", 0,
@@ -85,7 +82,6 @@ TEST(QuorelTool, CommandsPrintExactlyTheirTexts) {
        "key/asc/ascq  05/24/00 (ILLEGAL REQUEST / INVALID FIELD IN CDB)\nbytes         70000500 0000000A 00000000 2400\n"},
       {"run --env QUOREL_X=1 --env QUOREL_Y=a=b --cwd /tmp sh -c 'echo $QUOREL_X $QUOREL_Y $(pwd); exit 3'", 3,
        "1 a=b /tmp\n"},
-      {"run -- true", 0, ""},
       {"run sh -c 'kill -9 $$'", 1, "quorel: sh was ended by a signal\n"},
       {"run /nonexistent/quorel", 1,
        "quorel: unable to locate the specified file to excute - No such file or directory\n"},
@@ -112,14 +108,11 @@ TEST(QuorelTool, CommandsPrintExactlyTheirTexts) {
   EXPECT_NE(run("addr 2001:db8::7/64").out.find("broadcast  2001:db8::ffff:ffff:ffff:ffff"), std::string::npos);
   EXPECT_NE(run("sense 72062900").out.find("06/29/00 (UNIT ATTENTION / POWER ON, RESET, OR BUS DEVICE RESET OCCURRED)"),
             std::string::npos);
-  const ToolRun clock = run("clock");
-  EXPECT_EQ(clock.status, 0);
-  for (const char* name : {"micro  ", "milli  ", "tick   "}) EXPECT_NE(clock.out.find(name), std::string::npos) << clock.out;
-  ToolRun uuid = run("uuid 3");
-  EXPECT_EQ(uuid.status, 0);
-  EXPECT_EQ(uuid.out.size(), 3 * 37u) << uuid.out;
-  EXPECT_EQ(uuid.out[14], '1');
-  EXPECT_EQ(run("uuid").out.size(), 37u);
+  const std::string clock = run("clock").out;
+  for (const char* name : {"micro  ", "milli  ", "tick   "}) EXPECT_NE(clock.find(name), std::string::npos) << clock;
+  const std::string uuid = run("uuid 3").out;
+  EXPECT_EQ(uuid.size(), 3 * 37u) << uuid;
+  EXPECT_EQ(uuid[14], '1');
 }
 
 TEST(QuorelTool, CatCopiesFilesThroughTheStreams) {
@@ -130,7 +123,6 @@ TEST(QuorelTool, CatCopiesFilesThroughTheStreams) {
   ToolRun r = run("cat --bs 3 " + dir + "/a " + dir + "/b");
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, "first\nsecond line\n");
-  EXPECT_EQ(run("cat --bs 1K " + dir + "/b").out, "second line\n");
   r = run("cat " + dir + "/missing");
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "quorel: ::open('" + dir + "/missing', O_LARGEFILE F_SETFD=FD_CLOEXEC) failed - No such file or directory\n");
@@ -159,8 +151,7 @@ long long figure(const std::string& out, const std::string& name) {
 }
 
 TEST(QuorelTool, ReadRunsOnATemporaryFileThroughEitherDispatcher) {
-  // A directory of its own for the tool's temporary files, so that no other
-  // test's run of the tool can be mistaken for a file left behind.
+  // A directory of its own: no other run of the tool leaves files in it.
   char directory[] = "/tmp/quorel-tool-read-XXXXXX";
   ASSERT_NE(::mkdtemp(directory), nullptr);
   ASSERT_EQ(::setenv("TMPDIR", directory, 1), 0);
@@ -171,8 +162,6 @@ TEST(QuorelTool, ReadRunsOnATemporaryFileThroughEitherDispatcher) {
   EXPECT_EQ(figure(r.out, "bytes"), 1 << 20) << r.out;
   EXPECT_EQ(figure(r.out, "ios"), 256) << r.out;
   EXPECT_GT(figure(r.out, "IOPS"), 0) << r.out;
-  EXPECT_NE(r.out.find(" us  elapsed "), std::string::npos) << r.out;
-
   r = run("read --sync --bs 64K --size 1M --random");
   EXPECT_EQ(r.status, 0) << r.out;
   EXPECT_NE(r.out.find(": 1 MiB, sync, 64 KiB blocks, random, buffered\n"), std::string::npos) << r.out;
@@ -196,11 +185,6 @@ TEST(QuorelTool, ReadOfAFileStopsAtItsEndAndDiscardReportsTheDevicesRefusal) {
   EXPECT_EQ(figure(r.out, "ios"), 2) << r.out;  // whole blocks only
   EXPECT_EQ(figure(r.out, "bytes"), 8192) << r.out;
 
-  r = run("discard " + path + " --offset 0 --length 4K --unmap");
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "quorel: device I/O control failed for SCSI UNMAP - Inappropriate ioctl for device\n");
-  r = run("discard " + path + " --offset 0 --length 4K --satl");
-  EXPECT_EQ(r.out, "quorel: ATA TRIM (SATL) failed - Inappropriate ioctl for device\n");
   r = run("discard " + path + " --offset 0 --length 0 --trim");
   EXPECT_EQ(r.status, 0) << r.out;
   EXPECT_EQ(r.out.rfind("discarded 0 bytes at 0 of " + path + " by ATA TRIM in ", 0), 0u) << r.out;
@@ -222,7 +206,6 @@ TEST(QuorelTool, ScsiReadsAndDiscardsNeverWrapTheirAddresses) {
     std::string out;  // the whole output if it starts with "quorel: ", else a part of it
   } rows[] = {
       // The device reaches past what 10 bytes address (2^32 blocks): 16 bytes.
-      {"read " + big + " --scsi --size 1M", 1, ", SCSI READ(16)\n"},
       {"read " + big + " --scsi --size 1M", 1, failed + "(16) - Inappropriate ioctl for device\n"},
       // A request of more than 65535 blocks: 16 bytes.
       {"read " + small + " --scsi --bs 32M", 0, ", SCSI READ(16)\n"},
@@ -263,10 +246,8 @@ TEST(QuorelTool, ScsiReadsAndDiscardsNeverWrapTheirAddresses) {
 }
 
 TEST(QuorelTool, ASignalToRunEndsTheProgram) {
-  // The frame's tasks run in its signal handler under a lock of the atomic
-  // pool: the tool's main thread, which takes such locks, blocks the frame's
-  // signals (SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP), and a thread of the
-  // tool's own takes them.
+  // The main thread, which takes the atomic pool's locks, blocks the signals
+  // (HUP, INT, QUIT, TERM, TSTP) whose handler takes them; a tool thread takes them.
   ToolRun r = run("run sh -c 'echo $PPID; for t in /proc/$PPID/task/*; do echo ${t##*/} $(grep SigBlk $t/status | cut -f2); "
                   "done'");
   EXPECT_EQ(r.status, 0);
@@ -284,8 +265,7 @@ TEST(QuorelTool, ASignalToRunEndsTheProgram) {
   EXPECT_TRUE(mainBlocks) << r.out;
   EXPECT_TRUE(anotherTakes) << r.out;
 
-  // The program blocks every signal itself; the tool ends it. The signal is
-  // sent as soon as the program exists: the tool's handlers are in place by then.
+  // The program blocks every signal itself; the tool ends it.
   r = run("run sleep 30 2>&1 & until grep -q . /proc/$!/task/*/children 2>/dev/null; do sleep 0.05; done; "
           "kill -TERM $!; wait $!");
   EXPECT_EQ(r.status, 1);
@@ -477,9 +457,8 @@ TEST(QuorelToolJson, StringsComeOutAsUtf8AndKeepTheirBytes) {
 }
 
 TEST(QuorelTool, FailuresWriteNothingToStandardOutput) {
-  for (const char* args : {"cat /nonexistent/quorel", "read /nonexistent/quorel", "read --bs 1x", "sense zz",
-                           "frobnicate", "--json stat", "run /nonexistent/quorel", "discard /dev/null --offset 0 "
-                           "--length 512 --unmap"}) {
+  for (const char* args : {"cat /nonexistent/quorel", "read --bs 1x", "frobnicate", "--json stat",
+                           "run /nonexistent/quorel", "discard /dev/null --offset 0 --length 512 --unmap"}) {
     const ToolRun r = run(args, false);
     EXPECT_NE(r.status, 0) << args;
     EXPECT_EQ(r.out, "") << args;
@@ -489,17 +468,15 @@ TEST(QuorelTool, FailuresWriteNothingToStandardOutput) {
 }
 
 TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
-  for (const char* args : {"explain", "explain 2", "explain two 13", "explain 2 13x", "explain 2 0x",
-                           "explain 2 0x100000000", "explain 2 99999999999", "clock now", "frobnicate",
-                           "uuid -1", "uuid many", "uuid 1 2", "version", "version 1..2", "addr 10.0.0.1",
-                           "addr 10.0.0.1/33", "addr host/8", "addr 10.0.0.1/x", "resolve", "cat", "cat --bs", "cat --bs 0 x", "cat --bs 1G x", "sense", "sense 7", "sense zz", "info now", "stat",
-                           "read --depth 0", "read --depth 5000", "read --bs", "read --size -1", "read --rw16", "read --rw10",
-                           "read x --scsi --rw10 --rw16",
-                           "read --scsi", "read --sync --depth 4", "read --frob", "read a b", "read /nonexistent/quorel",
-                           "discard", "discard /tmp --offset 0 --length 1", "discard /tmp --offset 1 --length 512 --unmap",
-                           "discard /tmp --offset 0 --length 1K --unmap --trim", "discard /tmp --offset x --length 1 --trim",
-                           "run", "run --env", "run --env =x true", "run --env x true", "run --frob true", "run --cwd",
-                           "lock", "lock name", "help a b"}) {
+  for (const char* args : {"explain 2", "explain two 13", "explain 2 0x100000000", "explain 2 99999999999",
+                           "clock now", "uuid -1", "uuid 1 2", "version 1..2", "addr 10.0.0.1/33", "addr host/8",
+                           "resolve", "cat --bs", "cat --bs 0 x", "sense 7", "stat", "read --depth 0",
+                           "read --depth 5000", "read --size -1", "read --rw10", "read x --scsi --rw10 --rw16",
+                           "read --sync --depth 4", "read --frob", "read /nonexistent/quorel",
+                           "discard /tmp --offset 0 --length 1",
+                           "discard /tmp --offset 1 --length 512 --unmap",
+                           "discard /tmp --offset 0 --length 1K --unmap --trim", "run --env =x true",
+                           "run --env x true", "run --cwd", "lock name", "help a b"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;
