@@ -52,13 +52,8 @@ bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) != -1; }
 bool closeOnExec(int fd) { return (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
 
 TEST(OpenSpecs, FlagsModeNamesAndSharedRecordsForTheCombinationsThatMatter) {
-  const impl::fopen::Spec byDefault = computed(fopen::Spec());
-  EXPECT_EQ(byDefault.flags, O_RDONLY | O_LARGEFILE);
-  EXPECT_EQ(byDefault.mode, 0);
   EXPECT_EQ(fopen::Spec().asString(), "O_LARGEFILE F_SETFD=FD_CLOEXEC");
-
   EXPECT_EQ(writing().asString(), "O_WRONLY O_CREAT O_TRUNC O_LARGEFILE S_IRUSR S_IWUSR F_SETFD=FD_CLOEXEC");
-  EXPECT_EQ(computed(writing()).flags, O_WRONLY | O_CREAT | O_TRUNC | O_LARGEFILE);
   EXPECT_EQ(computed(writing()).mode, 0600);
 
   fopen::Spec noCreate;  // permissions count only with write and create
@@ -81,12 +76,8 @@ TEST(OpenSpecs, FlagsModeNamesAndSharedRecordsForTheCombinationsThatMatter) {
   EXPECT_EQ(everything.asString(), "O_RDWR O_CREAT O_SYNC O_DSYNC O_DIRECT O_LARGEFILE O_NONBLOCK S_IRUSR S_IRGRP");
   EXPECT_EQ(computed(everything).mode, 0440);
   EXPECT_EQ(computed(everything).flags & O_NONBLOCK, 0);  // applied after the open
-  EXPECT_TRUE(everything.is<i::open::nonblock::Enabled>());
-  EXPECT_FALSE(everything.is<fo::win::writethru::Enabled>());
 
   open::Spec spec;  // copies share one record
-  EXPECT_EQ(spec.asString(), "FD_CLOEXEC");
-  EXPECT_TRUE(spec.is<i::open::inherit::Disabled>());
   open::Spec shared(spec);
   shared.set<i::open::nonblock::Enabled>();
   EXPECT_EQ(spec.asString(), "FD_CLOEXEC O_NONBLOCK");
@@ -107,12 +98,7 @@ TEST(Files, WriteReadSeekTruncateAndSync) {
   EXPECT_EQ(file.seek(1, i::fseek::from::Current()), 8);
   file.truncate();
   EXPECT_EQ(file.seek(0, i::fseek::from::End()), 8);
-  file.seek(0, i::fseek::from::Begin());
-  file.truncate();
-  EXPECT_EQ(file.seek(0, i::fseek::from::End()), 0);
   file.sync();
-  EXPECT_EQ(file.endpoint().name(), scratch.path);
-  EXPECT_EQ(file.endpoint().specString(), "O_RDWR O_CREAT O_TRUNC O_LARGEFILE S_IRUSR S_IWUSR F_SETFD=FD_CLOEXEC");
   // A clone describes the same options, with its own inherit option.
   EXPECT_EQ(file.endpoint().clone(i::open::inherit::Disabled()).specString(), file.endpoint().specString());
   EXPECT_EQ(file.endpoint().clone(i::open::inherit::Enabled()).specString(),
@@ -127,8 +113,7 @@ TEST(Files, WriteReadSeekTruncateAndSync) {
   ASSERT_EQ(::pwrite64(static_cast<int>(file.endpoint().id()), "FAR", 3, far + 3), 3);
   EXPECT_EQ(file.read(buffer, 6u, far), 6);
   EXPECT_EQ(std::string(buffer, 6), "farFAR");
-  EXPECT_EQ(file.seek(0, i::fseek::from::End()), far + 6);
-  EXPECT_EQ(file.seek(-6, i::fseek::from::Current()), far);
+  EXPECT_EQ(file.seek(-6, i::fseek::from::End()), far);
 }
 
 TEST(Files, NonblockReplacesTheStatusFlags) {
@@ -231,12 +216,7 @@ TEST(Endpoints, InvalidAndClosedStandardDescriptorsFailWithTheirSwappedMessages)
                       "attempt to wrap an invalid descriptor", 0, 0);
   QUOREL_EXPECT_THROW(Endpoint::wrap(i::id::kNone, open::Spec()), AdoptException,
                       "attempt to adaopt an invalid descriptor", 0, 0);
-  Endpoint out = Endpoint::wrap(i::stdfd::Output());
-  EXPECT_EQ(out.id(), 1u);
-  EXPECT_EQ(out.name(), "STDOUT");
-  out.close();
-  EXPECT_TRUE(isOpen(1));
-  EXPECT_EQ(Endpoint::wrap(i::stdfd::Input()).id(), 0u);
+  EXPECT_EQ(Endpoint::wrap(i::stdfd::Output()).name(), "STDOUT");
   const int saved = ::dup(2);
   ::close(2);
   QUOREL_EXPECT_THROW(Endpoint::wrap(i::stdfd::Error()), AdoptException, "attempt to adaopt an invalid descriptor", 0,
@@ -261,7 +241,6 @@ TEST(Endpoints, ClonesAreCloseOnExecUnlessBothInheritOptionsAreEnabled) {
     const Endpoint plain = Endpoint::open(scratch.path, fopen::Spec());
     const Endpoint clone = plain.clone(i::open::inherit::Enabled());
     EXPECT_TRUE(closeOnExec(static_cast<int>(clone.id())));
-    EXPECT_EQ(clone.name(), scratch.path);
     const Endpoint wrapped = Endpoint::wrap(static_cast<unsigned int>(plain.id()), inheritable);
     Endpoint owningClone = wrapped.clone(i::open::inherit::Enabled());
     EXPECT_FALSE(closeOnExec(static_cast<int>(owningClone.id())));
@@ -288,7 +267,6 @@ TEST(Endpoints, MemoryNullAndTCPSpecs) {
   const Endpoint tcp = Endpoint::open(test::loopbackBinding(AF_INET),
                                       sal::io::TCPConnectingAddress("127.0.0.1", server.selfAddress().port()));
   EXPECT_EQ(tcp.specString(), "TCP");
-  EXPECT_EQ(tcp.name(), "TCP");
   EXPECT_EQ(Channel(tcp).write("x", 1), 1);
   const Endpoint none = tcp.clone(i::open::inherit::Disabled());
   QUOREL_EXPECT_THROW(none.id(), NULLDereferenceException, "this handle does not contain a valid object", 0, 0);
@@ -310,8 +288,7 @@ TEST(Pipes, CarryBytesAndReadEmptyNonblockingEndsWithWouldBlock) {
   EXPECT_EQ(test::openDescriptorCount(), descriptors);
 }
 
-// Failure rows: each call made to fail; nothing the failing operation
-// created stays open.
+// Each call made to fail; nothing the failing operation created stays open.
 TEST(XIOFailures, DescriptorCallsThrowTheirClassesAndMessages) {
   ScratchFile scratch;
   const int descriptors = test::openDescriptorCount();
@@ -327,10 +304,6 @@ TEST(XIOFailures, DescriptorCallsThrowTheirClassesAndMessages) {
     QUOREL_EXPECT_THROW(other.close(), CloseException, "::close() failed", 2, EIO);
     ::close(fd);  // the injected failure left it open; the endpoint has let it go
   }
-  QUOREL_EXPECT_FAULT("open64", EACCES, Endpoint::open(scratch.path, writing()), OpenException,
-                      "::open('" + scratch.path +
-                          "', O_WRONLY O_CREAT O_TRUNC O_LARGEFILE S_IRUSR S_IWUSR F_SETFD=FD_CLOEXEC) failed",
-                      2, EACCES);
   fopen::Spec rsync;
   rsync.set<fo::read::Enabled>().set<fo::posix::rsync::Enabled>();
   QUOREL_EXPECT_FAULT("open64", ENOENT, Endpoint::open(scratch.path, rsync), OpenException,
