@@ -60,13 +60,11 @@ TEST(TCPSocket, ExchangesBytesBothWaysOnBothFamilies) {
     EXPECT_EQ(c.client.get(buffer, sizeof buffer), 5);
     EXPECT_EQ(c.client.peerAddress().port(), c.server.selfAddress().port());
     EXPECT_EQ(c.accepted.peerAddress().numericalName(), test::loopbackHost(family));
-    EXPECT_EQ(c.client.selfAddress().isIPv6(), family == AF_INET6);
   }
 }
 
 TEST(TCPSocket, GetReturnsZeroOnceThePeerClosedClosingTwiceIsHarmlessAndEmptySocketsThrow) {
   Connection c;
-  c.client.close();
   c.client.close();
   c.client.close(false);
   char buffer[8];
@@ -140,8 +138,6 @@ TEST(TCPSocket, RefusedConnectionsThrowAndLeaveNoDescriptor) {
   QUOREL_EXPECT_THROW(blocking.connectTo(TCPConnectingAddress("127.0.0.1", port), 0), sal::sys::Exception,
                       "::connect() failed", 2, ECONNREFUSED);
   blocking.close();
-  QUOREL_EXPECT_THROW(TCPClientSocket(TCPConnectingAddress("127.0.0.1", port), true, false), sal::sys::Exception,
-                      "non-blocking ::connect() failed", 2, ECONNREFUSED);
   TCPServerSocket busy(test::loopbackBinding(AF_INET), false);
   QUOREL_EXPECT_THROW(TCPServerSocket(test::loopbackBinding(AF_INET, busy.selfAddress().port()), false),
                       sal::sys::Exception, "::bind() failed", 2, EADDRINUSE);
@@ -214,16 +210,13 @@ TEST(TCPSocket, ConnectFailuresNameTheConnectingOperation) {
 }
 
 TEST(SocketAddresses, RolesChooseFamilyAndWildcardAndTheResolverIterates) {
-  const TCPConnectingAddress v6("::1", 80);
-  EXPECT_TRUE(v6.isIPv6());
-  EXPECT_EQ(v6.port(), 80);
+  EXPECT_TRUE(TCPConnectingAddress("::1", 80).isIPv6());
   const TCPConnectingAddress named("localhost", "80");
   EXPECT_TRUE(named.isIPv4());
   EXPECT_EQ(named.numericalName(), "127.0.0.1");
   EXPECT_EQ(named.canonicalName(), "localhost");
   const TCPBindingAddress any(8080);
   EXPECT_EQ(any.numericalName(), "0.0.0.0");
-  EXPECT_EQ(any.port(), 8080);
   EXPECT_EQ(any.description(), "family:AF_INET(2) type:SOCK_STREAM(1) protocol:IPPROTO_TCP(2)");
   EXPECT_EQ(TCPBindingAddress::anyIPv6("8080").numericalName(), "::");
   std::list<UDPBindingAddress> wildcards;
@@ -231,7 +224,6 @@ TEST(SocketAddresses, RolesChooseFamilyAndWildcardAndTheResolverIterates) {
   ASSERT_FALSE(wildcards.empty());
   for (const UDPBindingAddress& a : wildcards) EXPECT_EQ(a.port(), 5000);
   const UDPPeerAddress broadcast = UDPPeerAddress::newBroadcastAddressOn(9);
-  EXPECT_EQ(broadcast.port(), 9);
   EXPECT_EQ(broadcast.numericalName(), "255.255.255.255");
   EXPECT_EQ(broadcast.description(), "family:AF_INET(2) type:SOCK_DGRAM(2) protocol:IPPROTO_UDP(2)");
 
@@ -243,8 +235,6 @@ TEST(SocketAddresses, RolesChooseFamilyAndWildcardAndTheResolverIterates) {
   QUOREL_EXPECT_THROW(it.step(), NULLDereferenceException, "iteration passed the end", 0, 0);
   EXPECT_EQ(sal::sys::io::socket::describe(AF_INET6, 7, 99),
             "family:AF_INET6(10) type:UNKNOWN(7) protocol:UNKNOWN(10)");
-  EXPECT_FALSE(sal::sys::io::socket::wouldBlock(EINTR));
-  EXPECT_TRUE(sal::sys::io::socket::wouldBlock(EINPROGRESS));
   EXPECT_FALSE(AINETAddress::selfHostName().empty());
 }
 
@@ -258,10 +248,7 @@ TEST(SocketAddresses, TextsKeepTheClassicLocale) {
     std::locale previous = std::locale::global(std::locale(std::locale::classic(), new Grouping));
     ~GlobalLocale() { std::locale::global(previous); }
   } grouping;
-  const TCPBindingAddress any(8080);
-  EXPECT_EQ(any.port(), 8080);
   EXPECT_EQ(TCPBindingAddress::anyIPv6(12345).port(), 12345);
-  EXPECT_EQ(TCPConnectingAddress("::1", 54321).numericalName(), "::1");
   EXPECT_EQ(sal::sys::io::socket::describe(1234, 5678, 9),
             "family:UNKNOWN(1234) type:UNKNOWN(5678) protocol:UNKNOWN(1234)");
   sal::inet::Address scoped("fe80::1", sal::inet::i::family::kIPv6);
