@@ -126,13 +126,6 @@ std::vector<Event> runOne(Dispatcher& dispatcher, const Endpoint& endpoint, bool
   return handler.events;
 }
 
-// A TCP client endpoint connected to a loopback server.
-struct Connected {
-  sal::io::TCPServerSocket server{test::loopbackBinding(AF_INET), false};
-  Endpoint client = Endpoint::open(test::loopbackBinding(AF_INET, 0),
-                                   sal::io::TCPConnectingAddress("127.0.0.1", server.selfAddress().port()));
-};
-
 // A scratch file removed at the end of the test.
 struct ScratchFile {
   std::string path = "/tmp/quorel-dispatch-" + std::to_string(::getpid()) + "-" +
@@ -283,8 +276,10 @@ TEST(SyncDispatcher, ACountOfAllOnesCompletesWithTheSentinelWithoutIOAndFailures
 }
 
 TEST(SyncDispatcher, SocketRequestsMoveEveryByteEndShortWhenThePeerClosesAndReportFailures) {
-  Connected connected;
-  sal::io::ATCPIOSocket peer = connected.server.accept(5000);
+  sal::io::TCPServerSocket server(test::loopbackBinding(AF_INET), false);
+  const Endpoint client = Endpoint::open(test::loopbackBinding(AF_INET, 0),
+                                         sal::io::TCPConnectingAddress("127.0.0.1", server.selfAddress().port()));
+  sal::io::ATCPIOSocket peer = server.accept(5000);
   mux::Spec spec = syncSpec();
   spec.set<mx::tcp::Enabled>();
   Dispatcher dispatcher = Dispatcher::create(spec, 1);
@@ -298,8 +293,8 @@ TEST(SyncDispatcher, SocketRequestsMoveEveryByteEndShortWhenThePeerClosesAndRepo
     for (int done = 0; done < kSize;) done += peer.get(got.data() + done, kSize - done);
     for (int done = 0; done < kSize;) done += peer.put(got.data() + done, kSize - done);
   });
-  expectDone(runOne(dispatcher, connected.client, true, out.data(), kSize, 0), "write", kSize);
-  expectDone(runOne(dispatcher, connected.client, false, in.data(), kSize, 0), "read", kSize);
+  expectDone(runOne(dispatcher, client, true, out.data(), kSize, 0), "write", kSize);
+  expectDone(runOne(dispatcher, client, false, in.data(), kSize, 0), "read", kSize);
   echo.join();
   EXPECT_TRUE(in == out);
   // A read ends short when the peer closes (through the UDP path's spec too).
@@ -307,7 +302,7 @@ TEST(SyncDispatcher, SocketRequestsMoveEveryByteEndShortWhenThePeerClosesAndRepo
   Dispatcher udp = Dispatcher::create(spec, 1);
   peer.put("12345", 5);
   peer.close();
-  expectDone(runOne(udp, connected.client, false, in.data(), 64, 0), "read", 5);
+  expectDone(runOne(udp, client, false, in.data(), 64, 0), "read", 5);
   EXPECT_EQ(std::string(in.data(), 5), "12345");
 
   // A file is no socket.
@@ -485,6 +480,7 @@ TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData
   std::string why;
   if (!directEndpoint(file, endpoint, why)) GTEST_SKIP() << why;
 
+  // A queue of one, then every request in flight at once.
   for (int depth : {1, kBlocks}) {
     SCOPED_TRACE(depth);
     Dispatcher dispatcher = Dispatcher::create(asyncSpec(), depth);
@@ -515,7 +511,7 @@ TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData
       ASSERT_TRUE(requests[n]->submit(i::op::Read(), data.data + static_cast<size_t>(n) * kBlock, kBlock,
                                       static_cast<long long>(n) * kBlock));
     }
-    EXPECT_EQ(dispatcher.pending(), depth);  // every one in flight at once when the depth allows
+    EXPECT_EQ(dispatcher.pending(), depth);
     dispatcher.wait();
     EXPECT_EQ(dispatcher.pending(), 0);
     std::vector<int> seen(kBlocks, 0);
