@@ -470,11 +470,10 @@ TEST(QuorelTool, FailuresWriteNothingToStandardOutput) {
 TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
   for (const char* args : {"explain 2", "explain two 13", "explain 2 0x100000000", "explain 2 99999999999",
                            "clock now", "uuid -1", "uuid 1 2", "version 1..2", "addr 10.0.0.1/33", "addr host/8",
-                           "resolve", "cat --bs", "cat --bs 0 x", "sense 7", "stat", "read --depth 0",
+                           "resolve", "cat --bs", "cat --bs 0 x", "sense 7", "sense zz", "stat", "read --depth 0",
                            "read --depth 5000", "read --size -1", "read --rw10", "read x --scsi --rw10 --rw16",
                            "read --sync --depth 4", "read --frob", "read /nonexistent/quorel",
-                           "discard /tmp --offset 0 --length 1",
-                           "discard /tmp --offset 1 --length 512 --unmap",
+                           "discard /tmp --offset 0 --length 1", "discard /tmp --offset 1 --length 512 --unmap",
                            "discard /tmp --offset 0 --length 1K --unmap --trim", "run --env =x true",
                            "run --env x true", "run --cwd", "lock name", "help a b"}) {
     const ToolRun r = run(args);
