@@ -1,5 +1,5 @@
 // Listings of real file systems mounted from loop images: one that records no
-// entry types, and ones whose inode numbers need 64 bits. Needs root; the
+// entry types, and one whose inode numbers need 64 bits. Needs root; the
 // mounts live in a mount namespace of the test's own, so they go with it.
 #include <dirent.h>
 #include <fcntl.h>
@@ -138,27 +138,6 @@ TEST(LoopListing, InodeNumbersAboveThirtyTwoBitsOnXFS) {
   for (int i = 1; i <= 4; ++i) expectInodesAsStat(m + "/d" + std::to_string(i), largest);
   if (largest <= 0xFFFFFFFFull) GTEST_SKIP() << "no inode number above 2^32 on this XFS (largest " << largest << ")";
   EXPECT_EQ(fs::removeAll(m + "/d3"), 2u);
-}
-
-// An overlay with xino numbers the lower layer's entries above 2^63.
-TEST(LoopListing, InodeNumbersAboveSixtyThreeBitsOnAnOverlay) {
-  Scratch scratch;
-  const std::string d = scratch.dir();
-  scratch.run("mkdir -p " + d + "/l " + d + "/u " + d + "/lower " + d + "/upper && mount -t tmpfs lo " + d +
-                  "/lower && mount -t tmpfs up " + d + "/upper && mkdir -p " + d + "/lower/l/sub " + d +
-                  "/upper/u " + d + "/upper/w && touch " + d + "/lower/l/file",
-              "cannot prepare the overlay's layers");
-  scratch.run("mount -t overlay ov -o lowerdir=" + d + "/lower/l,upperdir=" + d + "/upper/u,workdir=" + d +
-                  "/upper/w,xino=on " + scratch.mnt(),
-              "this kernel cannot mount an overlay with xino");
-  REQUIRE_SCRATCH(scratch);
-  pod::uint64 largest = 0;
-  expectInodesAsStat(scratch.mnt(), largest);
-  if (largest <= 0x7FFFFFFFFFFFFFFFull) GTEST_SKIP() << "the overlay gave no inode number above 2^63";
-  EXPECT_EQ(typesIn(scratch.mnt()).at("sub"), fs::i::entry::kDirectory);
-  ::umount2(scratch.mnt().c_str(), MNT_DETACH);
-  ::umount2((d + "/upper").c_str(), MNT_DETACH);
-  ::umount2((d + "/lower").c_str(), MNT_DETACH);
 }
 
 }  // namespace
