@@ -37,7 +37,7 @@ class Entry final : public io::i::FSItem {
 /// directory is opened at construction and read through getdents64 into one
 /// 32 KiB batch at a time, so a directory of a million entries costs no more
 /// memory than a small one. An entry's kind comes from the directory entry, or,
-/// on file systems that do not record it, from ::fstatat() without following
+/// on file systems that do not record it, from fstatat without following
 /// links (kUnknown only if even that cannot tell: the entry went meanwhile, or
 /// the directory may be read but not searched). Links are never followed, so
 /// loops and dangling links list like any other entry. Copies share the

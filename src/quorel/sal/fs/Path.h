@@ -52,7 +52,7 @@ class Path {
   /// relative path stays, one above the root is dropped ("/.." -> "/"). An
   /// empty result is "."; the empty path stays empty.
   Path normal() const;
-  /// The path from the current directory (::getcwd()) when it is relative;
+  /// The path from the current directory (getcwd) when it is relative;
   /// an absolute path is returned as it is. Not normalised.
   Path absolute() const;
 

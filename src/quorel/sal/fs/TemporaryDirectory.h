@@ -31,7 +31,7 @@ class TemporaryDirectory {
 
 }  // namespace impl
 
-/// A new directory, private to its owner (mode 0700, from ::mkdtemp()),
+/// A new directory, private to its owner (mode 0700, from mkdtemp),
 /// named parent/prefix plus six random characters. The last copy removes it
 /// with everything in it; remove() does so at once and reports failures.
 ///

@@ -45,7 +45,7 @@ void create(const Path& path, mode_t mode = 0777);
 /// file, a symbolic link, even one to a directory) fails with EEXIST or
 /// ENOTDIR.
 bool createAll(const Path& path, mode_t mode = 0777);
-/// Removes one empty directory (::rmdir).
+/// Removes one empty directory (rmdir).
 void remove(const Path& path);
 
 }  // namespace dir
@@ -65,7 +65,7 @@ pod::uint64 removeAll(const Path& path, i::denied::Stop = i::denied::Stop());
 /// directories that hold them; other failures still stop it.
 pod::uint64 removeAll(const Path& path, i::denied::Skip);
 
-/// ::rename: replaces an existing target as rename(2) does.
+/// Renames (rename(2)), replacing an existing target as rename(2) does.
 void rename(const Path& from, const Path& to);
 
 /// What path names itself, without following a symbolic link: kNone when
