@@ -161,13 +161,15 @@ TEST(AppFrame, SignalsRunTheTasksOnTheThreadTheyReach) {
     sigemptyset(&frame);
     for (int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP}) sigaddset(&frame, signal);
     ::pthread_sigmask(SIG_BLOCK, &frame, nullptr);
-    sal::exec::CVOneShot done;
+    sal::exec::CVOneShot ready, done;
     pthread_t taker{};
     std::thread takes([&] {
       taker = ::pthread_self();
       ::pthread_sigmask(SIG_UNBLOCK, &frame, nullptr);
+      ready.trigger();
       done.wait();
     });
+    ready.wait();  // the signal meets the taker waiting, not yet unblocking
     sal::sys::exec::AApp::selfLock().lock();
     ::kill(::getpid(), SIGTERM);  // to the process: only the taker accepts it
     sal::sys::exec::AApp::selfLock().unlock();
