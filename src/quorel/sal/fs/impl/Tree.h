@@ -44,6 +44,18 @@ class Tree {
     ino64_t inode = 0;
     std::unique_ptr<pod::uint64[]> batch;
     std::size_t at = 0, end = 0;
+    int batches = 0;  // read since the level was (re)opened
+    // A directory of more than one batch is read whole and its entries taken
+    // in inode order: unlinking in that order touches the inode table in
+    // sequence, which on ext4 and its kin saves much of the removal's I/O.
+    struct Item {
+      ino64_t inode;
+      std::size_t name;  // offset into names
+      unsigned char type;
+    };
+    std::vector<Item> items;
+    std::string names;
+    std::size_t next = 0;
     std::vector<std::string> skipped;  // left behind by a denied removal
     bool denied = false;               // something inside was left
   };
@@ -51,6 +63,7 @@ class Tree {
   void enter(std::size_t parent, const char* name);
   void reopen(std::size_t depth);
   const char* nextName(std::size_t depth, unsigned char& type);
+  void readWhole(Level& level);
   void leave();
   void removeEntry(std::size_t depth, const char* name, bool directory);
   bool leftAsDenied(Level& level, const char* name, int error);

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include <quorel/sal/fs/Exception.h>
@@ -97,37 +98,74 @@ pod::uint64 Tree::remove() {
 const char* Tree::nextName(std::size_t depth, unsigned char& type) {
   Level& level = levels_[depth];
   for (;;) {
-    if (level.at == level.end) {
-      if (!level.batch) level.batch.reset(new pod::uint64[Listing::kBatch / sizeof(pod::uint64)]);
-      level.end = dir::read(level.fd, current_, level.batch.get(), Listing::kBatch);
-      level.at = 0;
-      if (level.end == 0) return nullptr;
+    const char* name = nullptr;
+    if (!level.items.empty()) {
+      if (level.next == level.items.size()) return nullptr;
+      const Level::Item& item = level.items[level.next++];
+      name = level.names.c_str() + item.name;
+      type = item.type;
+    } else {
+      if (level.at == level.end) {
+        if (level.batches > 0) {
+          readWhole(level);
+          if (!level.items.empty()) continue;
+          return nullptr;
+        }
+        if (!level.batch) level.batch.reset(new pod::uint64[Listing::kBatch / sizeof(pod::uint64)]);
+        level.end = dir::read(level.fd, current_, level.batch.get(), Listing::kBatch);
+        level.at = 0;
+        ++level.batches;
+        if (level.end == 0) return nullptr;
+      }
+      const auto* entry = reinterpret_cast<const struct dirent64*>(reinterpret_cast<const char*>(level.batch.get()) +
+                                                                   level.at);
+      level.at += entry->d_reclen;
+      name = entry->d_name;
+      type = entry->d_type;
     }
-    const auto* entry = reinterpret_cast<const struct dirent64*>(reinterpret_cast<const char*>(level.batch.get()) +
-                                                                 level.at);
-    level.at += entry->d_reclen;
-    if (isDots(entry->d_name)) continue;
+    if (isDots(name)) continue;
     bool left = false;
-    for (const std::string& skipped : level.skipped) left = left || skipped == entry->d_name;
-    if (left) continue;
-    type = entry->d_type;
-    return entry->d_name;
+    for (const std::string& skipped : level.skipped) left = left || skipped == name;
+    if (!left) return name;
   }
 }
 
-void Tree::enter(std::size_t parent, const char* name) {
+// Reads the rest of a large directory and orders its entries by inode number.
+void Tree::readWhole(Level& level) {
+  for (;;) {
+    const std::size_t end = dir::read(level.fd, current_, level.batch.get(), Listing::kBatch);
+    if (end == 0) break;
+    for (std::size_t at = 0; at < end;) {
+      const auto* entry = reinterpret_cast<const struct dirent64*>(reinterpret_cast<const char*>(level.batch.get()) +
+                                                                   at);
+      at += entry->d_reclen;
+      if (isDots(entry->d_name)) continue;
+      level.items.push_back({entry->d_ino, level.names.size(), entry->d_type});
+      level.names.append(entry->d_name, std::strlen(entry->d_name) + 1);
+    }
+  }
+  std::sort(level.items.begin(), level.items.end(),
+            [](const Level::Item& a, const Level::Item& b) { return a.inode < b.inode; });
+  level.next = 0;
+  level.at = level.end = 0;
+}
+
+void Tree::enter(std::size_t parent, const char* entryName) {
+  // A copy first: the name may lie in the parent's level, which moves when
+  // the levels grow.
+  const std::string name(entryName);
   levels_.emplace_back();
   Level& child = levels_.back();
   child.name = name;
   try {
-    child.fd = dir::openAt(levels_[parent].fd, current_, name, O_NOFOLLOW);
+    child.fd = dir::openAt(levels_[parent].fd, current_, name.c_str(), O_NOFOLLOW);
   } catch (const fs::Exception& e) {
     levels_.pop_back();
     const int error = e.code();
     if (error == ENOENT) return;
     if (error == ELOOP || error == ENOTDIR) {
-      removeEntry(parent, name, false);  // no longer a directory: a link or a file took its place
-    } else if (!leftAsDenied(levels_[parent], name, error)) {
+      removeEntry(parent, name.c_str(), false);  // no longer a directory: a link or a file took its place
+    } else if (!leftAsDenied(levels_[parent], name.c_str(), error)) {
       throw;
     }
     return;
@@ -148,6 +186,10 @@ void Tree::close(Level& level) {
   level.fd = -1;
   level.batch.reset();
   level.at = level.end = 0;
+  level.batches = 0;
+  level.items = std::vector<Level::Item>();
+  level.names = std::string();
+  level.next = 0;
   --open_;
 }
 
