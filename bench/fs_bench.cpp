@@ -37,14 +37,16 @@ void fill(const std::string& path) {
 }
 
 // One directory of kEntries for every listing benchmark.
+// Never destroyed, so that the removal at exit still finds its name (a static
+// string would be destroyed before a handler registered while it was being made).
 const std::string& listed() {
-  static const std::string path = [] {
-    const std::string p = "/tmp/quorel-bench-list-" + std::to_string(::getpid());
-    fill(p);
+  static const std::string* const path = [] {
+    const auto* p = new std::string("/tmp/quorel-bench-list-" + std::to_string(::getpid()));
+    fill(*p);
     std::atexit([] { fs::removeAll(listed()); });
     return p;
   }();
-  return path;
+  return *path;
 }
 
 void BM_ListQuorel(benchmark::State& state) {
