@@ -99,7 +99,7 @@ bool Listing::next(Entry& entry) {
     const auto* record = reinterpret_cast<const struct dirent64*>(reinterpret_cast<const char*>(batch_.get()) + at_);
     at_ += record->d_reclen;
     const char* name = record->d_name;
-    if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
+    if (isDots(name)) continue;
     entry.name_.assign(name);
     entry.inode_ = record->d_ino;
     entry.type_ = typeOfRecord(record->d_type);

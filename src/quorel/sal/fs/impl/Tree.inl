@@ -12,6 +12,7 @@
 
 #include <quorel/sal/fs/Exception.h>
 #include <quorel/sal/fs/impl/Listing.h>
+#include <quorel/sal/fs/impl/path.h>
 #include <quorel/sal/sys/fs/dir.h>
 #include <quorel/util/Throw.h>
 
@@ -23,8 +24,6 @@ namespace impl {
 namespace {
 
 namespace dir = sys::fs::dir;
-
-bool isDots(const char* name) { return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')); }
 
 // The top without trailing slashes (the root keeps its one): the system follows
 // a link named "link/", and the walk would empty the link's target.

@@ -19,6 +19,11 @@ namespace impl {
 /// "the path name '<path>' has a component longer than 255 bytes".
 void check(const Path& path);
 
+/// True for "." and "..", the entries a listing and a removal pass over.
+inline bool isDots(const char* name) {
+  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
 /// The entry kind of a file mode (st_mode).
 i::entry::type typeFrom(mode_t mode);
 
