@@ -63,6 +63,7 @@
 #include <quorel/sal/io/UDPSocket.h>
 #include <quorel/sal/io/Exception.h>
 #include <quorel/sal/xio/Exception.h>
+#include <quorel/sal/xio/err.h>
 #include <quorel/sal/xio/i/types.h>
 #include <quorel/sal/xio/Spec.h>
 #include <quorel/sal/xio/impl/desc.h>

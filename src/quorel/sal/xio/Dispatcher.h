@@ -196,6 +196,17 @@ class Dispatcher {
   /// Throws InvalidArgumentException "the mux spec does not specify a valid
   /// type" unless the type is Sync or Async.
   static Dispatcher create(const mux::Spec& spec, int depth);
+  /// The socket dispatcher: requests on socket endpoints (Endpoint::open of a
+  /// TCP or UDP socket) performed as their sockets become ready, through a
+  /// selector owned by the calling thread. A read completes with what one
+  /// recv() brings (0: the peer's end; one datagram on UDP), a write once its
+  /// whole buffer is sent. Its muxSpec() has type::Select with tcp and udp
+  /// enabled. Failures reach the handler's read-failed and write-failed
+  /// slots: ReadException "::recv() failed", WriteException "::send() failed"
+  /// with errno (EPIPE for a closed peer: the sends never raise SIGPIPE).
+  /// interrupt() works from any thread and is kept for the next wait when
+  /// none is in progress. Throws what Selector() throws.
+  static Dispatcher createSelecting();
 
   /// A new request for handler (not owned) on endpoint; the caller owns it.
   Request* newRequestFor(AHandler* handler, const Endpoint& endpoint) const;

@@ -44,6 +44,12 @@ class Endpoint {
   static Endpoint open(const std::string& path, const fopen::Spec& spec);
   /// Connects now.
   static Endpoint open(const io::TCPBindingAddress& binding, const io::TCPConnectingAddress& connecting);
+  /// An endpoint over a socket (a connected or accepted TCP socket, a UDP
+  /// socket): it shares the socket's descriptor, which closes with the last of
+  /// the endpoint and the socket's copies, or at close() of either. Cannot be
+  /// cloned (an empty Endpoint). Throws NULLDereferenceException for an empty
+  /// socket.
+  static Endpoint open(const io::ASocketEndpoint& socket);
   /// A descriptor the caller keeps (wrap) or hands over (adopt). Throw
   /// AdoptException (wrap) / WrapException (adopt) for i::id::kNone.
   static Endpoint wrap(unsigned int id, const open::Spec& spec);

@@ -43,6 +43,11 @@ void enableBroadcastRx(descriptor fd);
 void enableForcefulClose(descriptor fd);
 /// TCP_NODELAY. Never throws.
 void disableTCPCoalescing(descriptor fd);
+/// One recv() / send() with the given flags (MSG_DONTWAIT, MSG_NOSIGNAL):
+/// the byte count, or -1 with errno set. Never throws: the selector's users
+/// turn the error into the exception their operation reports.
+size receiveSome(descriptor fd, void* buffer, size_t size, int flags);
+size sendSome(descriptor fd, const void* buffer, size_t size, int flags);
 /// True for EAGAIN (EWOULDBLOCK) and EINPROGRESS.
 bool wouldBlock(int error);
 int lastError();
