@@ -31,6 +31,7 @@ Endpoint Endpoint::open(const std::string& path, const fopen::Spec& spec) {
 Endpoint Endpoint::open(const io::TCPBindingAddress& binding, const io::TCPConnectingAddress& connecting) {
   return over(new impl::TCPOpenSpec(binding, connecting));
 }
+Endpoint Endpoint::open(const io::ASocketEndpoint& socket) { return over(new impl::SocketOpenSpec(socket)); }
 Endpoint Endpoint::wrap(unsigned int id, const open::Spec& spec) {
   return over(new impl::DescWrapper("", id, false, spec.key()));
 }
@@ -48,8 +49,16 @@ Endpoint Endpoint::adopt(i::stdfd::Output) {
 }
 Endpoint Endpoint::adopt(i::stdfd::Error) { return over(new impl::DescWrapper("STDERR", impl::desc::std::error(), true)); }
 
-void Endpoint::open() { handle_->spec->open(); }
-void Endpoint::close() { handle_->spec->close(); }
+// Opening again or closing changes what the identifier means: the selectors
+// holding the endpoint forget it first.
+void Endpoint::open() {
+  handle_->watchers.closing();
+  handle_->spec->open();
+}
+void Endpoint::close() {
+  handle_->watchers.closing();
+  handle_->spec->close();
+}
 void Endpoint::reopen() {
   close();
   open();

@@ -22,7 +22,20 @@ namespace impl {
 class Endpoint {
  public:
   explicit Endpoint(AOpenSpec* owned) : spec(owned) {}
+  /// Selectors forget the endpoint before its descriptor closes.
+  ~Endpoint() { watchers.closing(); }
+
+  /// The descriptor a selector watches (-1: none).
+  int descriptor() const { return spec->descriptor(); }
+  /// The list selectors join: a socket endpoint's is its socket's, so that
+  /// closing the socket through any of its objects is seen.
+  io::impl::Watchers& watchersOf() {
+    io::impl::Socket* socket = spec->socket();
+    return socket != nullptr ? socket->watchers : watchers;
+  }
+
   std::unique_ptr<AOpenSpec> spec;
+  io::impl::Watchers watchers;
 };
 }  // namespace impl
 

@@ -9,14 +9,13 @@
 #include <cstring>
 #include <string>
 
+#include <quorel/sal/io/impl/Socket.h>
 #include <quorel/sal/sys/io/BSDSocket.h>
 
 namespace quorel {
 namespace sal {
 namespace io {
 namespace impl {
-
-typedef sys::io::BSDSocket Socket;
 
 /// The socket address behind io::AINETAddress, of either family.
 class AINETAddress {

@@ -125,6 +125,19 @@ TCPOpenSpec::TCPOpenSpec(const io::TCPBindingAddress& binding, const io::TCPConn
   id_ = static_cast<i::id::type>(socket_.id());
 }
 
+SocketOpenSpec::SocketOpenSpec(const io::ASocketEndpoint& socket)
+    : AOpenSpec("", static_cast<i::id::type>(socket.impl().reference().descriptor())), Watcher(this), socket_(socket) {
+  socket_.impl()->watchers.link(*this);
+}
+
+SocketOpenSpec::~SocketOpenSpec() {
+  if (watchers != nullptr) watchers->unlink(*this);
+}
+
+std::string SocketOpenSpec::asString() const {
+  return socket_.impl().reference().type() == SOCK_DGRAM ? "UDP" : "TCP";
+}
+
 }  // namespace impl
 }  // namespace xio
 }  // namespace sal

@@ -7,6 +7,7 @@
 #include <string>
 
 #include <quorel/sal/io/TCPSocket.h>
+#include <quorel/sal/io/impl/Selector.h>
 #include <quorel/sal/xio/i/types.h>
 #include <quorel/sal/xio/impl/Spec.h>
 #include <quorel/util/pod.h>
@@ -28,6 +29,12 @@ class AOpenSpec {
   virtual AOpenSpec* clone(i::open::inherit::Disabled) const = 0;
   virtual AOpenSpec* clone(i::open::inherit::Enabled) const = 0;
   virtual std::string asString() const = 0;
+  /// The descriptor a selector watches: the identifier as a descriptor (-1
+  /// when closed), -1 for kinds whose identifier is no descriptor, the
+  /// socket's own for socket endpoints.
+  virtual int descriptor() const { return static_cast<int>(id_); }
+  /// The socket of a socket endpoint (selectors join its list), else null.
+  virtual io::impl::Socket* socket() { return nullptr; }
 
   const std::string& name() const { return name_; }
   i::id::type id() const { return id_; }
@@ -103,6 +110,7 @@ class MemOpenSpec : public AOpenSpec {
   AOpenSpec* clone(i::open::inherit::Disabled) const override;
   AOpenSpec* clone(i::open::inherit::Enabled) const override;
   std::string asString() const override { return description_; }
+  int descriptor() const override { return -1; }
 
   /// The memory's address and length, laid out as a descriptor-sized record.
   struct Record {
@@ -127,6 +135,7 @@ class NULLOpenSpec : public AOpenSpec {
   AOpenSpec* clone(i::open::inherit::Disabled) const override;
   AOpenSpec* clone(i::open::inherit::Enabled) const override;
   std::string asString() const override { return description_; }
+  int descriptor() const override { return -1; }
 
  private:
   std::string description_;
@@ -141,9 +150,32 @@ class TCPOpenSpec : public AOpenSpec {
   AOpenSpec* clone(i::open::inherit::Disabled) const override { return nullptr; }
   AOpenSpec* clone(i::open::inherit::Enabled) const override { return nullptr; }
   std::string asString() const override { return "TCP"; }
+  io::impl::Socket* socket() override { return socket_.impl().operator->(); }
 
  private:
   io::TCPClientSocket socket_;
+};
+
+/// A socket shared with the io socket objects it came from. close() closes the
+/// socket; however it closes, the identifier becomes none at once, so the
+/// endpoint never uses a number that may already mean something else.
+class SocketOpenSpec final : public AOpenSpec, private io::impl::Watcher {
+ public:
+  explicit SocketOpenSpec(const io::ASocketEndpoint& socket);
+  ~SocketOpenSpec() override;
+  void open() override {}
+  void close() override { socket_.close(); }
+  AOpenSpec* clone(i::open::inherit::Disabled) const override { return nullptr; }
+  AOpenSpec* clone(i::open::inherit::Enabled) const override { return nullptr; }
+  /// "TCP" or "UDP".
+  std::string asString() const override;
+  int descriptor() const override { return socket_.impl().reference().descriptor(); }
+  io::impl::Socket* socket() override { return socket_.impl().operator->(); }
+
+ private:
+  void closing() noexcept override { drop(); }
+
+  io::ASocketEndpoint socket_;
 };
 
 }  // namespace impl
