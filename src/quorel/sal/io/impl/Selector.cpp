@@ -126,7 +126,7 @@ void Selector::release(Registration& r) noexcept {
 }
 
 void Selector::add(Watchers& watchers, int fd, unsigned interest, void* context) {
-  if (fd < 0) QUOREL_THROW(InvalidArgumentException)("the endpoint is closed", kApplication, 0);
+  if (fd < 0) QUOREL_THROW(InvalidArgumentException)("the endpoint is closed or has no descriptor", kApplication, 0);
   sweep();
   Registration& r = allocate();
   r.fd.store(fd, std::memory_order_relaxed);
@@ -197,6 +197,7 @@ void Selector::takeForgotten(std::vector<void*>& contexts) {
 int Selector::wait(long long timeout) {
   sweep();
   collected_ = next_ = 0;
+  woken_ = false;
   const pod::uint64 start = timeout > 0 ? sys::time::tick::now() : 0;
   long long left = timeout;
   for (;;) {
@@ -222,6 +223,7 @@ int Selector::wait(long long timeout) {
       }
     }
     collected_ = count;
+    woken_ = woken;
     if (ready > 0 || woken || count == 0) return ready;
   }
 }
