@@ -2,7 +2,6 @@
 // signals during a wait, and endpoints removed or closed while ready.
 #include <pthread.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -41,20 +40,8 @@ std::vector<Selector::Ready> readyAfter(Selector& selector, unsigned long long m
 }
 
 TEST(Selector, ServesMoreSocketsThanSelectCanHold) {
-  const rlim_t needed = 2 * 2000 + 64;
-  rlimit limit;
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-  const rlimit saved = limit;
-  if (limit.rlim_cur < needed) {
-    limit.rlim_cur = limit.rlim_max = std::max<rlim_t>(limit.rlim_max, needed);
-    if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) {
-      limit.rlim_max = saved.rlim_max;
-      limit.rlim_cur = std::min<rlim_t>(needed, saved.rlim_max);
-      if (limit.rlim_cur < needed || ::setrlimit(RLIMIT_NOFILE, &limit) != 0) {
-        GTEST_SKIP() << "needs " << needed << " descriptors; RLIMIT_NOFILE allows " << saved.rlim_max;
-      }
-    }
-  }
+  const test::DescriptorLimit limit(2 * 2000 + 64);
+  if (!limit.ok()) GTEST_SKIP() << "needs 4064 descriptors; RLIMIT_NOFILE allows " << limit.hardLimit();
   {
     TCPServerSocket server(test::loopbackBinding(AF_INET), false);
     const TCPConnectingAddress to("127.0.0.1", server.selfAddress().port());
@@ -87,7 +74,6 @@ TEST(Selector, ServesMoreSocketsThanSelectCanHold) {
     }
     EXPECT_EQ(count, 2000);
   }
-  ::setrlimit(RLIMIT_NOFILE, &saved);
 }
 
 TEST(Selector, ReportsBothEndsOfAPipeAndChangesInterest) {

@@ -178,6 +178,7 @@ void Selector::forget(Registration& r) noexcept {
   do {
     r.nextClosed = head;
   } while (!closed_.compare_exchange_weak(head, &r, std::memory_order_release, std::memory_order_relaxed));
+  if (keepForgotten_) epoll::post(wakeFd_);
 }
 
 void Selector::sweep() {
@@ -216,7 +217,7 @@ int Selector::wait(long long timeout) {
     for (int k = 0; k < count; ++k) {
       if (static_cast<pod::uint32>(events_[k].data.u64) == kWakeIndex) {
         epoll::drain(wakeFd_);
-        woken = true;
+        woken = wakeRequested_.exchange(false);
         events_[k].data.u64 = kWakeIndex;  // next() skips it
       } else {
         ++ready;
@@ -224,7 +225,9 @@ int Selector::wait(long long timeout) {
     }
     collected_ = count;
     woken_ = woken;
-    if (ready > 0 || woken || count == 0) return ready;
+    // An endpoint closed in another thread posts too, so that the socket
+    // dispatcher fails what was queued on it without waiting for more.
+    if (ready > 0 || woken || count == 0 || closed_.load(std::memory_order_relaxed) != nullptr) return ready;
   }
 }
 
@@ -246,7 +249,10 @@ bool Selector::next(i::select::Ready& ready) {
   return false;
 }
 
-void Selector::wake() noexcept { epoll::post(wakeFd_); }
+void Selector::wake() noexcept {
+  wakeRequested_.store(true);
+  epoll::post(wakeFd_);
+}
 
 }  // namespace impl
 }  // namespace io

@@ -137,6 +137,7 @@ class Selector {
   epoll_event events_[kEvents];
   int collected_ = 0;
   bool woken_ = false;
+  std::atomic<bool> wakeRequested_{false};
   int next_ = 0;
 };
 

@@ -151,6 +151,7 @@ class ASelectDispatcherOf {
   bool round(long long timeout, bool block) {
     bool done = dispatchHeld();
     done = tryFreshWrites() || done;
+    done = failForgotten() || done;
     if (pending_ == 0) return true;
     updateInterests();
     const int ready = selector_.wait(done && !block ? 0 : timeout);
