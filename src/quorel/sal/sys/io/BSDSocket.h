@@ -46,8 +46,8 @@ void disableTCPCoalescing(descriptor fd);
 /// One recv() / send() with the given flags (MSG_DONTWAIT, MSG_NOSIGNAL):
 /// the byte count, or -1 with errno set. Never throws: the selector's users
 /// turn the error into the exception their operation reports.
-size receiveSome(descriptor fd, void* buffer, size_t size, int flags);
-size sendSome(descriptor fd, const void* buffer, size_t size, int flags);
+size receiveSome(descriptor fd, void* buffer, size_t count, int flags);
+size sendSome(descriptor fd, const void* buffer, size_t count, int flags);
 /// True for EAGAIN (EWOULDBLOCK) and EINPROGRESS.
 bool wouldBlock(int error);
 int lastError();

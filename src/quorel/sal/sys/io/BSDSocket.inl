@@ -110,8 +110,8 @@ void disableTCPCoalescing(descriptor fd) {
   setSocketOption(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on, ignored);
 }
 
-size receiveSome(descriptor fd, void* buffer, size_t size, int flags) { return ::recv(fd, buffer, size, flags); }
-size sendSome(descriptor fd, const void* buffer, size_t size, int flags) { return ::send(fd, buffer, size, flags); }
+size receiveSome(descriptor fd, void* buffer, size_t count, int flags) { return ::recv(fd, buffer, count, flags); }
+size sendSome(descriptor fd, const void* buffer, size_t count, int flags) { return ::send(fd, buffer, count, flags); }
 
 bool wouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK || error == EINPROGRESS; }
 
