@@ -97,9 +97,12 @@ class BinaryOutputBuffer {
   /// Appends value's bytes as they lie in memory (the caller has ordered them).
   template <class T>
   void put(T value) {
-    if (__builtin_expect(static_cast<std::size_t>(end_ - tail_) < sizeof(T), 0)) makeRoom(sizeof(T));
-    reinterpret_cast<wire::Unaligned<T>*>(tail_)->value = value;
-    tail_ += sizeof(T);
+    unsigned char* const at = tail_;
+    // When the block is full, the out-of-line byte run grows it and appends
+    // the value: nothing but the value's address is kept across that call.
+    if (__builtin_expect(static_cast<std::size_t>(end_ - at) < sizeof(T), 0)) return putBytes(&value, sizeof(T));
+    reinterpret_cast<wire::Unaligned<T>*>(at)->value = value;
+    tail_ = at + sizeof(T);
   }
   void putBytes(const void* bytes, std::size_t count);
   /// A lengthBytes-byte (2 or 4) network-order length, then the bytes.
