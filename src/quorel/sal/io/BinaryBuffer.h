@@ -156,9 +156,9 @@ class BinaryInputBuffer {
   typedef util::AHandleTo<impl::BinaryInputBuffer> Handle;
 
   /// The default limit of a length-prefixed string: 1 MiB.
-  static const std::size_t kDefaultLimit = 1u << 20;
+  static constexpr std::size_t kDefaultLimit = 1u << 20;
   /// The least free room a receive makes by default.
-  static const std::size_t kReceiveRoom = 4096;
+  static constexpr std::size_t kReceiveRoom = 4096;
 
   /// An empty buffer of capacity bytes (0: the first receive or append
   /// allocates) whose strings are at most limit bytes long.
