@@ -62,6 +62,7 @@
 #include <quorel/sal/io/TCPSocket.h>
 #include <quorel/sal/io/UDPSocket.h>
 #include <quorel/sal/io/Selector.h>
+#include <quorel/sal/io/BinaryBuffer.h>
 #include <quorel/sal/io/Exception.h>
 #include <quorel/sal/xio/Exception.h>
 #include <quorel/sal/xio/err.h>

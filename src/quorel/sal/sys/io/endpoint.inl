@@ -1,4 +1,4 @@
-// Platform half of the descriptor helpers: fcntl, dup2, close.
+// Platform half of the descriptor helpers: fcntl, dup2, close, read, write.
 #include <quorel/sal/sys/io/endpoint.h>
 
 #include <errno.h>
@@ -41,6 +41,9 @@ void setStdOut(handle fd, bool inheritable) { setStdHandle(kOutput, fd, inherita
 void setStdErr(handle fd, bool inheritable) { setStdHandle(kError, fd, inheritable); }
 
 int close(handle fd) { return ::close(fd); }
+
+ssize_t readSome(handle fd, void* buffer, std::size_t count) { return ::read(fd, buffer, count); }
+ssize_t writeSome(handle fd, const void* buffer, std::size_t count) { return ::write(fd, buffer, count); }
 
 }  // namespace endpoint
 }  // namespace io
