@@ -17,8 +17,10 @@ using namespace sal::io;
 
 TEST(UDPSocket, ExchangesDatagramsWithExplicitAndDefaultPeers) {
   for (int family : {AF_INET, AF_INET6}) {
+    if (family == AF_INET6 && !test::hasIPv6Loopback()) GTEST_SKIP() << "no IPv6 loopback (::1) on this host";
     UDPSocket a(test::loopbackUDPBinding(family), UDPSocket::kNone, false);
     UDPSocket b(test::loopbackUDPBinding(family), UDPSocket::kNone, false);
+    EXPECT_EQ(b.selfAddress().numericalName(), test::loopbackHost(family));
     const UDPPeerAddress toB = a.newPeerAddressAt(test::loopbackHost(family), b.selfAddress().port());
     EXPECT_EQ(a.send("hello", 5, toB), 5);
     char buffer[16] = {};
@@ -70,8 +72,7 @@ TEST(UDPSocket, SenderAddressOfAnotherFamilyIsRefusedBeforeReceiving) {
                                "address family AF_INET(2) does not match the socket's family AF_INET6(10)", 0, AF_INET);
   if (e) {
     EXPECT_STREQ(e->where(), "int quorel::sal::io::impl::AINETAddressOf<S>::receive(quorel::sal::io::impl::Socket&, "
-                             "void*, unsigned int, int, bool) [with S = sockaddr_in; quorel::sal::io::impl::Socket = "
-                             "quorel::sal::sys::io::BSDSocket]");
+                             "void*, unsigned int, int, bool) [with S = sockaddr_in]");
   }
   EXPECT_TRUE(from.isIPv4());
   EXPECT_EQ(from.numericalName(), "0.0.0.0");
