@@ -4,6 +4,8 @@
 #include <ifaddrs.h>
 #include <netdb.h>
 #include <stdarg.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <dirent.h>
@@ -96,6 +98,14 @@ QUOREL_INTERPOSE(off64_t, lseek64, (int fd, off64_t offset, int whence), (fd, of
 QUOREL_INTERPOSE(int, ftruncate64, (int fd, off64_t length), (fd, length), true, { errno = error; return -1; })
 QUOREL_INTERPOSE(int, fsync, (int fd), (fd), false, { errno = error; return -1; })
 QUOREL_INTERPOSE(int, fstat64, (int fd, struct stat64* status), (fd, status), true, { errno = error; return -1; })
+
+// Selectors.
+QUOREL_INTERPOSE(int, epoll_create1, (int flags), (flags), true, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, epoll_ctl, (int epfd, int op, int fd, struct epoll_event* event), (epfd, op, fd, event), true,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(int, epoll_wait, (int epfd, struct epoll_event* events, int capacity, int timeout),
+                 (epfd, events, capacity, timeout), false, { errno = error; return -1; })
+QUOREL_INTERPOSE(int, eventfd, (unsigned int count, int flags), (count, flags), true, { errno = error; return -1; })
 
 // Paths and directories.
 QUOREL_INTERPOSE(int, mkdir, (const char* path, mode_t mode), (path, mode), true, { errno = error; return -1; })

@@ -3,7 +3,9 @@
 #define QUOREL_TESTS_SUPPORT_PROCESS_H
 
 #include <dirent.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -38,6 +40,27 @@ inline bool eventually(const std::function<bool()>& condition, int milliseconds 
   }
   return true;
 }
+
+// Raises RLIMIT_NOFILE to at least needed descriptors for a scope (raising
+// the hard limit too where the process may); ok() says whether it could.
+class DescriptorLimit {
+ public:
+  explicit DescriptorLimit(rlim_t needed) {
+    ::getrlimit(RLIMIT_NOFILE, &saved_);
+    rlimit limit = saved_;
+    if (limit.rlim_cur >= needed) return;
+    limit.rlim_cur = needed;
+    limit.rlim_max = std::max(limit.rlim_max, needed);
+    ok_ = ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
+  }
+  ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &saved_); }
+  bool ok() const { return ok_; }
+  rlim_t hardLimit() const { return saved_.rlim_max; }
+
+ private:
+  rlimit saved_;
+  bool ok_ = true;
+};
 
 }  // namespace test
 }  // namespace quorel

@@ -937,5 +937,159 @@ TEST(AsyncDispatcher, WithoutAKernelContextEverySubmissionIsRefusedAndAContextIs
   EXPECT_EQ(destroyed, 1);
 }
 
+// ------------------------------------------------------------------ sockets
+
+// One loopback connection echoed through the socket dispatcher: the client
+// writes its message and reads the echo; the server reads and writes back what
+// each read brought until the whole message went round.
+class EchoPair : public AHandler {
+ public:
+  static const int kSize = 64;
+
+  EchoPair(Dispatcher& d, const Endpoint& clientEnd, const Endpoint& serverEnd, int k)
+      : clientWrite(d.newRequestFor(this, clientEnd)), clientRead(d.newRequestFor(this, clientEnd)),
+        serverRead(d.newRequestFor(this, serverEnd)), serverWrite(d.newRequestFor(this, serverEnd)) {
+    for (int n = 0; n < kSize; ++n) out[n] = static_cast<char>(k * 31 + n);
+    clientWrite->submit(i::op::Write(), out, kSize, 0);
+    clientRead->submit(i::op::Read(), in, kSize, 0);
+    serverRead->submit(i::op::Read(), relay, kSize, 0);
+  }
+
+  void on(i::op::Read, int result, Request& request) override {
+    if (result <= 0) return fail("an early end");
+    if (&request == clientRead.get()) {
+      received += result;
+      if (received < kSize) clientRead->submit(i::op::Read(), in + received, kSize - received, 0);
+    } else {
+      serverWrite->submit(i::op::Write(), relay, result, 0);
+    }
+  }
+  void on(i::op::Write, int result, Request& request) override {
+    if (&request != serverWrite.get()) return;
+    relayed += result;
+    if (relayed < kSize) serverRead->submit(i::op::Read(), relay, kSize - relayed, 0);
+  }
+  void on(AIOCompletionException&, Request&) override { fail("completion"); }
+  void on(AIORequestException&, Request&) override { fail("submission"); }
+  void on(AIOCancellationException&, Request&) override { fail("cancellation"); }
+  void on(ReadException& e, Request&) override { fail(e.why()); }
+  void on(WriteException& e, Request&) override { fail(e.why()); }
+
+  bool echoed() const { return received == kSize && std::memcmp(in, out, kSize) == 0; }
+  std::string failure;
+
+ private:
+  void fail(const std::string& why) { failure = why; }
+
+  std::unique_ptr<Request> clientWrite, clientRead, serverRead, serverWrite;
+  char out[kSize], in[kSize], relay[kSize];
+  int received = 0, relayed = 0;
+};
+
+TEST(SelectDispatcher, EchoesAThousandConcurrentConnectionsWithEveryByteChecked) {
+  const test::DescriptorLimit limit(2 * 1000 + 64);
+  if (!limit.ok()) GTEST_SKIP() << "needs 2064 descriptors; RLIMIT_NOFILE allows " << limit.hardLimit();
+  Dispatcher dispatcher = Dispatcher::createSelecting();
+  EXPECT_EQ(dispatcher.muxSpec().words[mx::kType], mx::type::Select::value);
+  EXPECT_TRUE(dispatcher.muxSpec().enabled(mx::kTCP) && dispatcher.muxSpec().enabled(mx::kUDP));
+  sal::io::TCPServerSocket server(test::loopbackBinding(AF_INET), false);
+  const sal::io::TCPConnectingAddress to("127.0.0.1", server.selfAddress().port());
+  std::vector<std::unique_ptr<EchoPair>> pairs;
+  for (int k = 0; k < 1000; ++k) {
+    sal::io::TCPClientSocket client(to, true, false);
+    pairs.emplace_back(new EchoPair(dispatcher, Endpoint::open(client), Endpoint::open(server.accept(5000)), k));
+  }
+  dispatcher.wait();
+  EXPECT_EQ(dispatcher.pending(), 0);
+  for (const std::unique_ptr<EchoPair>& pair : pairs) {
+    EXPECT_EQ(pair->failure, "");
+    EXPECT_TRUE(pair->echoed());
+  }
+}
+
+TEST(SelectDispatcher, WritesGoOutWholeAndPeersEndsResetsAndFailedCallsReachTheirSlots) {
+  test::Connection c;
+  Dispatcher dispatcher = Dispatcher::createSelecting();
+  const Endpoint sender = Endpoint::open(c.accepted);
+  // 8 MiB: far more than the socket buffers take at once.
+  const int kSize = 8 << 20;
+  std::vector<char> out(kSize), in(kSize);
+  for (size_t n = 0; n < out.size(); ++n) out[n] = static_cast<char>(n * 13);
+  std::thread reader([&] {
+    for (int done = 0; done < kSize;) done += c.client.get(in.data() + done, kSize - done);
+  });
+  expectDone(runOne(dispatcher, sender, true, out.data(), kSize, 0), "write", kSize);
+  reader.join();
+  EXPECT_TRUE(in == out);
+
+  const Endpoint receiver = Endpoint::open(c.client);
+  c.accepted.put("end", 3);
+  c.accepted.shutdownWrite();
+  expectDone(runOne(dispatcher, receiver, false, in.data(), 64, 0), "read", 3);
+  expectDone(runOne(dispatcher, receiver, false, in.data(), 64, 0), "read", 0);  // the peer's end
+  expectDone(runOne(dispatcher, receiver, false, nullptr, -1, 0), "read", -666);  // no transfer
+
+  {
+    const test::fault::Injection fails("recv", EIO);
+    expectFailure<ReadException>(runOne(dispatcher, receiver, false, in.data(), 64, 0), "read-failed",
+                                 "::recv() failed", kSystemCall, EIO);
+  }
+  // A reset peer: the read fails, then the write, without SIGPIPE.
+  test::Connection d;
+  const Endpoint reset = Endpoint::open(d.client);
+  d.accepted.enableForcefulClose();
+  d.accepted.close(false);  // no shutdown first: a reset, not an end
+  expectFailure<ReadException>(runOne(dispatcher, reset, false, in.data(), 64, 0), "read-failed",
+                               "::recv() failed", kSystemCall, ECONNRESET);
+  expectFailure<WriteException>(runOne(dispatcher, reset, true, out.data(), 64, 0), "write-failed",
+                                "::send() failed", kSystemCall, EPIPE);
+  {
+    const test::fault::Injection fails("send", ENOBUFS);
+    expectFailure<WriteException>(runOne(dispatcher, receiver, true, out.data(), 4, 0), "write-failed",
+                                  "::send() failed", kSystemCall, ENOBUFS);
+  }
+  // A datagram each way on UDP.
+  sal::io::UDPSocket a(test::loopbackUDPBinding(AF_INET), sal::io::UDPSocket::kNone, false);
+  sal::io::UDPSocket b(test::loopbackUDPBinding(AF_INET), sal::io::UDPSocket::kNone, false);
+  a.connectTo(a.newPeerAddressAt("127.0.0.1", b.selfAddress().port()));
+  expectDone(runOne(dispatcher, Endpoint::open(a), true, out.data(), 100, 0), "write", 100);
+  expectDone(runOne(dispatcher, Endpoint::open(b), false, in.data(), 1000, 0), "read", 100);
+}
+
+TEST(SelectDispatcher, InterruptEndsAWaitAndClosingOrNestingIsReported) {
+  test::Connection c;
+  Dispatcher dispatcher = Dispatcher::createSelecting();
+  Endpoint endpoint = Endpoint::open(c.client);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
+  char buffer[16];
+  request->submit(i::op::Read(), buffer, sizeof buffer, 0);
+  std::thread interrupter([&dispatcher] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    dispatcher.interrupt();
+  });
+  dispatcher.wait();  // returns on the interrupt, the read still queued
+  interrupter.join();
+  EXPECT_EQ(dispatcher.pending(), 1);
+  EXPECT_TRUE(handler.events.empty());
+
+  // A handler may not wait on the dispatcher that runs it.
+  handler.then = [&dispatcher](Request&) { dispatcher.wait(); };
+  c.accepted.put("x", 1);
+  QUOREL_EXPECT_THROW(dispatcher.wait(), sal::xio::Exception, "the socket dispatcher is already waiting",
+                      kApplication, 0);
+  handler.then = nullptr;
+
+  // Closing the socket through any of its objects fails what is queued on it.
+  request->submit(i::op::Read(), buffer, sizeof buffer, 0);
+  dispatcher.waitFor(0);
+  c.client.close();
+  handler.events.clear();
+  dispatcher.wait();
+  expectFailure<ReadException>(handler.events, "read-failed", "::recv() failed", kSystemCall, EBADF);
+  EXPECT_EQ(endpoint.id(), i::id::kNone);
+  EXPECT_EQ(dispatcher.pending(), 0);
+}
+
 }  // namespace
 }  // namespace quorel

@@ -51,7 +51,8 @@ class Selector {
   /// Watches a socket or a descriptor endpoint (a pipe's end, a file, a wrapped
   /// descriptor) for interest; context comes back with each readiness. Adding
   /// an endpoint twice throws "::epoll_ctl(ADD, <fd>) failed" (EEXIST); a
-  /// closed one throws InvalidArgumentException "the endpoint is closed".
+  /// closed one, or one without a descriptor (memory, null), throws
+  /// InvalidArgumentException "the endpoint is closed or has no descriptor".
   void add(const ASocketEndpoint& socket, unsigned interest, void* context = nullptr);
   void add(const xio::Endpoint& endpoint, unsigned interest, void* context = nullptr);
   /// A new interest (0 watches only for hang-ups and errors). Throws

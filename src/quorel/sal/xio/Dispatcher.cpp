@@ -6,6 +6,7 @@
 
 #include <quorel/sal/xio/impl/AAIOPollDispatcherOf.inl>
 #include <quorel/sal/xio/impl/ASIODispatcherOf.inl>
+#include <quorel/sal/xio/impl/ASelectDispatcherOf.inl>
 #include <quorel/util/Throw.h>
 
 namespace quorel {
@@ -122,6 +123,10 @@ bool Request::submit() {
 
 Dispatcher Dispatcher::create(const mux::Spec& spec, int depth) {
   return Dispatcher(impl::ADispatcher::createWith(spec.key(), depth));
+}
+
+Dispatcher Dispatcher::createSelecting() {
+  return Dispatcher(new impl::ADispatcherUsing<impl::ASelectDispatcherOf<impl::RequestRecord>>());
 }
 
 Request* Dispatcher::newRequestFor(AHandler* handler, const Endpoint& endpoint) const {

@@ -126,7 +126,7 @@ void Selector::release(Registration& r) noexcept {
 }
 
 void Selector::add(Watchers& watchers, int fd, unsigned interest, void* context) {
-  if (fd < 0) QUOREL_THROW(InvalidArgumentException)("the endpoint is closed", kApplication, 0);
+  if (fd < 0) QUOREL_THROW(InvalidArgumentException)("the endpoint is closed or has no descriptor", kApplication, 0);
   sweep();
   Registration& r = allocate();
   r.fd.store(fd, std::memory_order_relaxed);
@@ -178,6 +178,7 @@ void Selector::forget(Registration& r) noexcept {
   do {
     r.nextClosed = head;
   } while (!closed_.compare_exchange_weak(head, &r, std::memory_order_release, std::memory_order_relaxed));
+  if (keepForgotten_) epoll::post(wakeFd_);
 }
 
 void Selector::sweep() {
@@ -197,6 +198,7 @@ void Selector::takeForgotten(std::vector<void*>& contexts) {
 int Selector::wait(long long timeout) {
   sweep();
   collected_ = next_ = 0;
+  woken_ = false;
   const pod::uint64 start = timeout > 0 ? sys::time::tick::now() : 0;
   long long left = timeout;
   for (;;) {
@@ -215,14 +217,17 @@ int Selector::wait(long long timeout) {
     for (int k = 0; k < count; ++k) {
       if (static_cast<pod::uint32>(events_[k].data.u64) == kWakeIndex) {
         epoll::drain(wakeFd_);
-        woken = true;
+        woken = wakeRequested_.exchange(false);
         events_[k].data.u64 = kWakeIndex;  // next() skips it
       } else {
         ++ready;
       }
     }
     collected_ = count;
-    if (ready > 0 || woken || count == 0) return ready;
+    woken_ = woken;
+    // An endpoint closed in another thread posts too, so that the socket
+    // dispatcher fails what was queued on it without waiting for more.
+    if (ready > 0 || woken || count == 0 || closed_.load(std::memory_order_relaxed) != nullptr) return ready;
   }
 }
 
@@ -244,7 +249,10 @@ bool Selector::next(i::select::Ready& ready) {
   return false;
 }
 
-void Selector::wake() noexcept { epoll::post(wakeFd_); }
+void Selector::wake() noexcept {
+  wakeRequested_.store(true);
+  epoll::post(wakeFd_);
+}
 
 }  // namespace impl
 }  // namespace io

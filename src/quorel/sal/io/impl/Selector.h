@@ -93,7 +93,7 @@ class Selector {
   Selector& operator=(const Selector&) = delete;
 
   /// Registers fd of the endpoint whose list is watchers. Throws
-  /// InvalidArgumentException "the endpoint is closed" for fd -1 and the
+  /// InvalidArgumentException "the endpoint is closed or has no descriptor" for fd -1 and the
   /// epoll_ctl failure.
   void add(Watchers& watchers, int fd, unsigned interest, void* context);
   /// Throws InvalidArgumentException "the endpoint is not registered with
@@ -106,6 +106,8 @@ class Selector {
   int wait(long long timeout);
   bool next(i::select::Ready& ready);
   void wake() noexcept;
+  /// Whether the last wait was ended by wake().
+  bool woken() const { return woken_; }
 
   /// Called by Watchers::closing, maybe from another thread.
   void forget(Registration& r) noexcept;
@@ -134,6 +136,8 @@ class Selector {
   bool keepForgotten_ = false;
   epoll_event events_[kEvents];
   int collected_ = 0;
+  bool woken_ = false;
+  std::atomic<bool> wakeRequested_{false};
   int next_ = 0;
 };
 
