@@ -5,6 +5,8 @@
 //   asio       Boost.Asio, async_read_some/async_write on an io_context run by one
 //              thread (built when Boost's headers are found: Debian's libboost-dev)
 //   selector   quorel's io::Selector, get/put on non-blocking accepted sockets
+//   dispatcher quorel's socket dispatcher, one request per connection re-armed
+//              read -> write -> read
 // One client thread drives all N connections through its own raw epoll loop,
 // so the client costs the same against every server.
 //
@@ -253,6 +255,58 @@ class SelectorServer : public EchoServer {
   std::atomic<bool> stopping_{false};
 };
 
+// (d) quorel's socket dispatcher: per connection one request, armed for a
+// read of size bytes; its completion arms a write of the bytes read, whose
+// completion arms the read again. The connections are accepted first (the
+// dispatcher moves bytes only).
+class DispatcherServer : public EchoServer, private xio::AHandler {
+ public:
+  explicit DispatcherServer(int size)
+      : size_(size),
+        server_(io::TCPBindingAddress("127.0.0.1", 0), false),
+        dispatcher_(xio::Dispatcher::createSelecting()) {}
+  unsigned short port() const override { return server_.selfAddress().port(); }
+
+  void serve(int connections) override {
+    dispatcher_.lock();  // the serving thread owns it from now on
+    buffers_.assign(static_cast<size_t>(connections), std::vector<char>(static_cast<size_t>(size_)));
+    for (int n = 0; n < connections; ++n) {
+      requests_.emplace_back(dispatcher_.newRequestFor(this, xio::Endpoint::open(server_.accept(10000))));
+      requests_.back()->setID(static_cast<unsigned int>(n));
+      requests_.back()->submit(xio::i::op::Read(), buffers_[static_cast<size_t>(n)].data(), size_, 0);
+    }
+    while (!stopping_ && dispatcher_.pending() > 0) dispatcher_.wait();
+    dispatcher_.unlock();
+  }
+  void stop() override {
+    stopping_ = true;
+    dispatcher_.interrupt();  // kept for the next wait if none is in progress
+  }
+
+ private:
+  char* buffer(const xio::Request& request) { return buffers_[request.id()].data(); }
+
+  void on(xio::i::op::Read, int result, xio::Request& request) override {
+    if (result > 0) request.submit(xio::i::op::Write(), buffer(request), result, 0);  // 0: the client closed
+  }
+  void on(xio::i::op::Write, int, xio::Request& request) override {
+    request.submit(xio::i::op::Read(), buffer(request), size_, 0);
+  }
+  // Failures leave wait() and end serve().
+  void on(xio::AIOCompletionException& e, xio::Request&) override { throw std::runtime_error(e.asSimpleString()); }
+  void on(xio::AIORequestException& e, xio::Request&) override { throw std::runtime_error(e.asSimpleString()); }
+  void on(xio::AIOCancellationException& e, xio::Request&) override { throw std::runtime_error(e.asSimpleString()); }
+  void on(xio::ReadException& e, xio::Request&) override { throw std::runtime_error(e.asSimpleString()); }
+  void on(xio::WriteException& e, xio::Request&) override { throw std::runtime_error(e.asSimpleString()); }
+
+  int size_;
+  io::TCPServerSocket server_;
+  std::vector<std::vector<char>> buffers_;
+  std::vector<std::unique_ptr<xio::Request>> requests_;  // outlive the dispatcher
+  xio::Dispatcher dispatcher_;
+  std::atomic<bool> stopping_{false};
+};
+
 // The client side: connections to 127.0.0.1:port, each sending size bytes,
 // waiting for all of them to come back, and sending again.
 class Driver {
@@ -465,6 +519,7 @@ int main(int argc, char** argv) {
               "(Debian: apt-get install libboost-dev, then configure again)\n");
 #endif
   kinds.push_back({"selector", make<SelectorServer>});
+  kinds.push_back({"dispatcher", make<DispatcherServer>});
 
   rlim_t allowed = 0;
   const int largest = *std::max_element(counts.begin(), counts.end());
