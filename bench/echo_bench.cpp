@@ -23,6 +23,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
@@ -511,6 +512,7 @@ int main(int argc, char** argv) {
     return 2;
   }
 
+  ::signal(SIGPIPE, SIG_IGN);  // the socket classes' put raises it for a peer that left
   std::vector<Kind> kinds = {{"epoll", make<EpollServer>}};
 #ifdef QUOREL_BENCH_ASIO
   kinds.push_back({"asio", make<AsioServer>});
