@@ -18,9 +18,7 @@ using namespace quorel::sal::io;
 
 const int kChunk = 65536;
 
-TCPBindingAddress loopback(impl::inet::transport t = impl::inet::TCP) {
-  return TCPBindingAddress(AINETAddress::Handle(impl::inet::newBindingAddress("127.0.0.1", "0", AF_INET, t)));
-}
+TCPBindingAddress loopback() { return TCPBindingAddress("127.0.0.1", 0); }
 
 void BM_TCPPutGet64K(benchmark::State& state) {
   TCPServerSocket server(loopback(), false);

@@ -39,3 +39,18 @@ for example in worker_pool echo device_capacity disk_usage async_reader capture_
   echo "-- $example"
   timeout 60 "$work/examples/$example"
 done
+# The echo server serves until it is ended: one line there and back, on the
+# port it chose.
+echo "-- echo_server"
+"$work/examples/echo_server" 0 > "$work/echo_server.out" &
+server=$!
+trap '{ kill "$server" && wait "$server"; } 2>/dev/null || true; rm -rf "$work"' EXIT
+for _ in $(seq 100); do grep -q ' port ' "$work/echo_server.out" && break; sleep 0.1; done
+cat "$work/echo_server.out"
+port=$(sed -n 's/^echoing on 127\.0\.0\.1 port //p' "$work/echo_server.out")
+exec 3<>"/dev/tcp/127.0.0.1/$port"
+printf 'hello quorel\n' >&3
+read -r -t 10 reply <&3
+exec 3>&-
+echo "sent \"hello quorel\", got \"$reply\""
+[[ "$reply" == "hello quorel" ]]

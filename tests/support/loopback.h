@@ -4,6 +4,9 @@
 #define QUOREL_TESTS_SUPPORT_LOOPBACK_H
 
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -15,13 +18,24 @@ namespace test {
 inline const char* loopbackHost(int family) { return family == AF_INET6 ? "::1" : "127.0.0.1"; }
 
 inline sal::io::TCPBindingAddress loopbackBinding(int family, unsigned short port = 0) {
-  return sal::io::TCPBindingAddress(sal::io::AINETAddress::Handle(sal::io::impl::inet::newBindingAddress(
-      loopbackHost(family), std::to_string(port), family, sal::io::impl::inet::TCP)));
+  return sal::io::TCPBindingAddress(loopbackHost(family), port);
 }
 
 inline sal::io::UDPBindingAddress loopbackUDPBinding(int family, unsigned short port = 0) {
-  return sal::io::UDPBindingAddress(sal::io::AINETAddress::Handle(sal::io::impl::inet::newBindingAddress(
-      loopbackHost(family), std::to_string(port), family, sal::io::impl::inet::UDP)));
+  return sal::io::UDPBindingAddress(loopbackHost(family), port);
+}
+
+// Whether a socket can be bound to ::1 (a host without IPv6, or with it
+// disabled on lo, cannot).
+inline bool hasIPv6Loopback() {
+  const int fd = ::socket(AF_INET6, SOCK_DGRAM, 0);
+  if (fd < 0) return false;
+  sockaddr_in6 address{};
+  address.sin6_family = AF_INET6;
+  address.sin6_addr = in6addr_loopback;
+  const bool bound = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  ::close(fd);
+  return bound;
 }
 
 // A listening server and a connected client with its accepted peer.

@@ -177,6 +177,15 @@ TEST(QuorelTool, ReadRunsOnATemporaryFileThroughEitherDispatcher) {
   EXPECT_EQ(::rmdir(directory), 0) << "the tool left files in " << directory;
 }
 
+TEST(QuorelTool, NetBenchEchoesOverLoopbackThroughTheSelector) {
+  const ToolRun r = run("net-bench --connections 4 --seconds 1 --size 1K");
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find(": 4 connections, 1024-byte messages, 1 s\n"), std::string::npos) << r.out;
+  EXPECT_EQ(r.out.rfind("echo over 127.0.0.1 port ", 0), 0u) << r.out;
+  EXPECT_GT(figure(r.out, "round trips"), 0) << r.out;
+  EXPECT_GT(figure(r.out, "per second"), 0) << r.out;
+}
+
 TEST(QuorelTool, ReadOfAFileStopsAtItsEndAndDiscardReportsTheDevicesRefusal) {
   const std::string path = "/tmp/quorel-tool-read-" + std::to_string(::getpid());
   writeFile(path, std::string(10000, 'x'));
@@ -291,8 +300,9 @@ TEST(QuorelTool, LockRunsOneHolderAtATime) {
   EXPECT_EQ(std::atoi(buffer), 80);
 }
 
-const char* const kCommands[] = {"info",    "stat",    "ls",   "rm",  "read", "discard", "sense", "explain",
-                                 "uuid",    "version", "resolve", "addr", "cat", "run",  "lock",    "clock"};
+const char* const kCommands[] = {"info",    "stat",    "ls",      "rm",   "read",      "discard", "sense", "explain",
+                                 "uuid",    "version", "resolve", "addr", "net-bench", "cat",     "run",   "lock",
+                                 "clock"};
 
 TEST(QuorelTool, EveryCommandHasItsHelpAndItsPlaceInTheManualPage) {
   const std::string usage = run("help").out;
@@ -319,7 +329,8 @@ TEST(QuorelTool, EveryCommandHasItsHelpAndItsPlaceInTheManualPage) {
 TEST(QuorelTool, JsonForScriptsAndVerboseFailures) {
   const std::string uuids = run("uuid 2 --json").out;
   EXPECT_EQ(uuids.size(), 2 + 2 * 38 + 2 + 1u) << uuids;  // ["…", "…"]
-  for (const char* command : {"--json", "--json clock", "--json resolve localhost 80", "--json read --size 64K"}) {
+  for (const char* command : {"--json", "--json clock", "--json resolve localhost 80", "--json read --size 64K",
+                              "--json net-bench --connections 2 --seconds 1"}) {
     const ToolRun r = run(command);
     EXPECT_EQ(r.status, 0) << command;
     EXPECT_TRUE(r.out.size() > 2 && (r.out[0] == '{' || r.out[0] == '[') && r.out.back() == '\n') << r.out;
@@ -475,7 +486,8 @@ TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
                            "read --sync --depth 4", "read --frob", "read /nonexistent/quorel",
                            "discard /tmp --offset 0 --length 1", "discard /tmp --offset 1 --length 512 --unmap",
                            "discard /tmp --offset 0 --length 1K --unmap --trim", "run --env =x true",
-                           "run --env x true", "run --cwd", "lock name", "help a b"}) {
+                           "run --env x true", "run --cwd", "lock name", "help a b", "net-bench --connections 0",
+                           "net-bench --seconds", "net-bench --size 1x", "net-bench --size 65537", "net-bench 4"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;

@@ -80,6 +80,9 @@ int discard(const std::vector<std::string>& args);
 int ls(const std::vector<std::string>& args);
 int rm(const std::vector<std::string>& args);
 
+// The echo check of the selector over loopback.
+int netBench(const std::vector<std::string>& args);
+
 // The commands that start programs.
 int run(const std::vector<std::string>& args);
 int lock(const std::vector<std::string>& args);

@@ -7,6 +7,7 @@
 //   quorel version TEXT          a dotted version number as the library reads it
 //   quorel resolve HOST [SERVICE] what the resolver makes of a host name
 //   quorel addr TEXT/PREFIX      network, mask and broadcast address of a prefix
+//   quorel net-bench [OPTIONS]   echo round trips per second over loopback through the selector
 //   quorel cat [--bs N] FILE...  files to standard output through the streams
 //   quorel sense HEX...          decodes SCSI sense bytes
 //   quorel stat PATH...          existence, type, owner access, size and block size
@@ -368,6 +369,7 @@ int dispatch(const std::string& command, const std::vector<std::string>& args) {
   if (command == "version") return version(args);
   if (command == "resolve") return resolve(args);
   if (command == "addr") return addr(args);
+  if (command == "net-bench") return tool::netBench(args);
   if (command == "cat") return cat(args);
   if (command == "sense") return sense(args);
   if (command == "stat") return stat(args);

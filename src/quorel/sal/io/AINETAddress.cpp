@@ -7,7 +7,14 @@ namespace io {
 
 namespace {
 
+// The family a host text is resolved in: IPv6 for text with a ':', IPv4 for
+// any other (names too, so that "localhost" is 127.0.0.1 for servers and
+// clients alike).
 int familyOfHost(const std::string& host) { return host.find(':') != std::string::npos ? AF_INET6 : AF_INET; }
+
+AINETAddress::Handle bindingAddress(const std::string& host, const std::string& service, impl::inet::transport t) {
+  return AINETAddress::Handle(impl::inet::newBindingAddress(host, service, familyOfHost(host), t));
+}
 
 }  // namespace
 
@@ -27,6 +34,16 @@ TCPConnectingAddress::TCPConnectingAddress(const std::string& host, unsigned sho
     : TCPConnectingAddress(host, std::to_string(port)) {}
 TCPConnectingAddress::TCPConnectingAddress(const std::string& host, const std::string& service)
     : AINETAddress(Handle(impl::inet::newPeerAddress(host, service, familyOfHost(host), impl::inet::TCP))) {}
+
+TCPBindingAddress::TCPBindingAddress(const std::string& host, unsigned short port)
+    : TCPBindingAddress(host, std::to_string(port)) {}
+TCPBindingAddress::TCPBindingAddress(const std::string& host, const std::string& service)
+    : ABindingAddressOf(bindingAddress(host, service, impl::inet::TCP)) {}
+
+UDPBindingAddress::UDPBindingAddress(const std::string& host, unsigned short port)
+    : UDPBindingAddress(host, std::to_string(port)) {}
+UDPBindingAddress::UDPBindingAddress(const std::string& host, const std::string& service)
+    : ABindingAddressOf(bindingAddress(host, service, impl::inet::UDP)) {}
 
 UDPPeerAddress UDPPeerAddress::newBroadcastAddressOn(unsigned short port) {
   return UDPPeerAddress(Handle(impl::inet::newBroadcastAddressOn(port)));

@@ -81,6 +81,15 @@ class TCPBindingAddress : public ABindingAddressOf<TCPBindingAddress, impl::inet
  public:
   /// The IPv4 wildcard 0.0.0.0 on port.
   explicit TCPBindingAddress(unsigned short port) : TCPBindingAddress(anyIPv4(port)) {}
+  /// One address of this host, on a port number or a service name. host is a
+  /// name or numeric text ("127.0.0.1", "::1", "localhost"), resolved as IPv6
+  /// if it has a ':' and as IPv4 otherwise, as TCPConnectingAddress resolves
+  /// it: a server on "localhost" listens where a client of "localhost"
+  /// connects. An empty host is the IPv4 wildcard. A host that does not
+  /// resolve throws sys::Exception "::getaddrinfo(<host>) failed" (address
+  /// resolution domain, the resolver's code).
+  TCPBindingAddress(const std::string& host, unsigned short port);
+  TCPBindingAddress(const std::string& host, const std::string& service);
   explicit TCPBindingAddress(const Handle& handle) : ABindingAddressOf(handle) {}
 };
 
@@ -98,6 +107,9 @@ class UDPBindingAddress : public ABindingAddressOf<UDPBindingAddress, impl::inet
  public:
   /// The IPv4 wildcard 0.0.0.0 on port.
   explicit UDPBindingAddress(unsigned short port) : UDPBindingAddress(anyIPv4(port)) {}
+  /// One address of this host, resolved as TCPBindingAddress resolves it.
+  UDPBindingAddress(const std::string& host, unsigned short port);
+  UDPBindingAddress(const std::string& host, const std::string& service);
   explicit UDPBindingAddress(const Handle& handle) : ABindingAddressOf(handle) {}
 };
 
