@@ -24,7 +24,8 @@ namespace io {
 /// through this library, or whose last copy goes, is forgotten by every
 /// selector that holds it before its descriptor closes: it is never reported
 /// again, also not from a wait already collected, and a new endpoint that
-/// gets the same descriptor number is a stranger until it is added.
+/// gets the same descriptor number is a stranger until it is added. An
+/// xio::Endpoint opened again (open(), reopen()) is forgotten the same way.
 ///
 ///   io::Selector selector;
 ///   selector.add(server, io::i::select::kRead, &server);
