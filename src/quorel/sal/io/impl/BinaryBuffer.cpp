@@ -71,37 +71,30 @@ unsigned long long loadLength(const unsigned char* at, std::size_t lengthBytes) 
 
 }  // namespace
 
-BinaryOutputBuffer::BinaryOutputBuffer(std::size_t capacity)
-    : data_(capacity != 0 ? new unsigned char[capacity] : nullptr),
-      head_(data_),
-      tail_(data_),
-      end_(data_ + capacity) {}
+Block::Block(std::size_t capacity)
+    : data_(capacity != 0 ? new unsigned char[capacity] : nullptr), first_(data_), last_(data_), end_(data_ + capacity) {}
 
-BinaryOutputBuffer::~BinaryOutputBuffer() { delete[] data_; }
+Block::~Block() { delete[] data_; }
 
-void BinaryOutputBuffer::makeRoom(std::size_t room) {
+void Block::makeRoom(std::size_t room) {
   if (room > kMaxSize - size()) {
     QUOREL_THROW(io::Exception)("a buffer of " + inBytes(size()) + " cannot grow by " + inBytes(room), kApplication, 0);
   }
-  relocate(data_, head_, tail_, end_, room);
+  relocate(data_, first_, last_, end_, room);
 }
 
-void BinaryOutputBuffer::reserve(std::size_t room) {
-  if (static_cast<std::size_t>(end_ - tail_) < room) makeRoom(room);
-}
-
-void BinaryOutputBuffer::compact() {
+void Block::compact() {
   const std::size_t used = size();
-  if (head_ != data_ && used != 0) std::memmove(data_, head_, used);
-  head_ = data_;
-  tail_ = data_ + used;
+  if (first_ != data_ && used != 0) std::memmove(data_, first_, used);
+  first_ = data_;
+  last_ = data_ + used;
 }
 
-void BinaryOutputBuffer::putBytes(const void* bytes, std::size_t count) {
+void Block::append(const void* bytes, std::size_t count) {
   if (count == 0) return;
   reserve(count);
-  std::memcpy(tail_, bytes, count);
-  tail_ += count;
+  std::memcpy(last_, bytes, count);
+  last_ += count;
 }
 
 void BinaryOutputBuffer::putString(const void* bytes, std::size_t count, std::size_t lengthBytes) {
@@ -112,26 +105,37 @@ void BinaryOutputBuffer::putString(const void* bytes, std::size_t count, std::si
                                            kApplication, 0);
   }
   reserve(count <= kMaxSize - lengthBytes ? count + lengthBytes : std::numeric_limits<std::size_t>::max());
-  storeLength(tail_, count, lengthBytes);
-  if (count != 0) std::memcpy(tail_ + lengthBytes, bytes, count);
-  tail_ += lengthBytes + count;
+  storeLength(last_, count, lengthBytes);
+  if (count != 0) std::memcpy(last_ + lengthBytes, bytes, count);
+  last_ += lengthBytes + count;
 }
 
-std::size_t BinaryOutputBuffer::send(sys::io::socket::descriptor fd) {
-  std::size_t sent = 0;
-  while (head_ != tail_) {
-    const int count = sendSome(fd);
+namespace {
+
+// Calls some (a sendSome or a writeSome) until the buffer is empty or the
+// descriptor would block; the bytes moved.
+template <class Some>
+std::size_t untilEmpty(const Block& buffer, Some some) {
+  std::size_t moved = 0;
+  while (buffer.size() != 0) {
+    const int count = some();
     if (count < 0) break;
-    sent += static_cast<std::size_t>(count);
+    moved += static_cast<std::size_t>(count);
   }
-  return sent;
+  return moved;
+}
+
+}  // namespace
+
+std::size_t BinaryOutputBuffer::send(sys::io::socket::descriptor fd) {
+  return untilEmpty(*this, [this, fd] { return sendSome(fd); });
 }
 
 int BinaryOutputBuffer::sendSome(sys::io::socket::descriptor fd) {
-  if (head_ == tail_) return 0;
+  if (first_ == last_) return 0;
   for (;;) {
     // MSG_NOSIGNAL: a peer that has gone is an exception, not SIGPIPE.
-    const sys::io::socket::size count = sys::io::socket::sendSome(fd, head_, chunk(), MSG_NOSIGNAL);
+    const sys::io::socket::size count = sys::io::socket::sendSome(fd, first_, chunk(), MSG_NOSIGNAL);
     if (count >= 0) {
       consume(static_cast<std::size_t>(count));
       return static_cast<int>(count);
@@ -144,19 +148,13 @@ int BinaryOutputBuffer::sendSome(sys::io::socket::descriptor fd) {
 }
 
 std::size_t BinaryOutputBuffer::write(sys::io::endpoint::handle fd) {
-  std::size_t written = 0;
-  while (head_ != tail_) {
-    const int count = writeSome(fd);
-    if (count < 0) break;
-    written += static_cast<std::size_t>(count);
-  }
-  return written;
+  return untilEmpty(*this, [this, fd] { return writeSome(fd); });
 }
 
 int BinaryOutputBuffer::writeSome(sys::io::endpoint::handle fd) {
-  if (head_ == tail_) return 0;
+  if (first_ == last_) return 0;
   for (;;) {
-    const ssize_t count = sys::io::endpoint::writeSome(fd, head_, chunk());
+    const ssize_t count = sys::io::endpoint::writeSome(fd, first_, chunk());
     if (count >= 0) {
       consume(static_cast<std::size_t>(count));
       return static_cast<int>(count);
@@ -167,15 +165,6 @@ int BinaryOutputBuffer::writeSome(sys::io::endpoint::handle fd) {
     QUOREL_THROW(xio::WriteException)("::write() failed", kSystemCall, error);
   }
 }
-
-BinaryInputBuffer::BinaryInputBuffer(std::size_t capacity, std::size_t limit)
-    : data_(capacity != 0 ? new unsigned char[capacity] : nullptr),
-      read_(data_),
-      write_(data_),
-      end_(data_ + capacity),
-      limit_(limit) {}
-
-BinaryInputBuffer::~BinaryInputBuffer() { delete[] data_; }
 
 void BinaryInputBuffer::underflow(std::size_t asked, unsigned long long body, What what) const {
   const unsigned long long total = asked + body;
@@ -192,69 +181,43 @@ void BinaryInputBuffer::underflow(std::size_t asked, unsigned long long body, Wh
   QUOREL_THROW(xio::EOFException)(why, kApplication, total < INT_MAX ? static_cast<int>(total) : INT_MAX);
 }
 
-void BinaryInputBuffer::makeRoom(std::size_t room) {
-  if (room > kMaxSize - size()) {
-    QUOREL_THROW(io::Exception)("a buffer of " + inBytes(size()) + " cannot grow by " + inBytes(room), kApplication, 0);
-  }
-  relocate(data_, read_, write_, end_, room);
-}
-
-void BinaryInputBuffer::reserve(std::size_t room) {
-  if (read_ == write_) clear();
-  if (static_cast<std::size_t>(end_ - write_) < room) makeRoom(room);
-}
-
-void BinaryInputBuffer::compact() {
-  const std::size_t unread = size();
-  if (read_ != data_ && unread != 0) std::memmove(data_, read_, unread);
-  read_ = data_;
-  write_ = data_ + unread;
-}
-
-void BinaryInputBuffer::append(const void* bytes, std::size_t count) {
-  if (count == 0) return;
-  reserve(count);
-  std::memcpy(write_, bytes, count);
-  write_ += count;
-}
-
 void BinaryInputBuffer::getBytes(void* into, std::size_t count) {
   if (size() < count) underflow(count, 0, kBytes);
-  if (count != 0) std::memcpy(into, read_, count);
-  read_ += count;
+  if (count != 0) std::memcpy(into, first_, count);
+  first_ += count;
 }
 
 void BinaryInputBuffer::getBytes(std::string& into, std::size_t count) {
   if (size() < count) underflow(count, 0, kBytes);
-  into.assign(reinterpret_cast<const char*>(read_), count);
-  read_ += count;
+  into.assign(reinterpret_cast<const char*>(first_), count);
+  first_ += count;
 }
 
 void BinaryInputBuffer::skip(std::size_t count) {
   if (size() < count) underflow(count, 0, kBytes);
-  read_ += count;
+  first_ += count;
 }
 
 void BinaryInputBuffer::getString(std::string& into, std::size_t lengthBytes) {
   if (size() < lengthBytes) underflow(lengthBytes, 0, kLength);
   // The announced length is judged before anything is allocated or consumed.
-  const unsigned long long length = loadLength(read_, lengthBytes);
+  const unsigned long long length = loadLength(first_, lengthBytes);
   if (length > limit_) {
     QUOREL_THROW(xio::ReadException)("a string of " + inBytes(length) + " was announced and the limit is " +
                                          inBytes(limit_),
                                      kApplication, 0);
   }
   if (size() - lengthBytes < length) underflow(lengthBytes, length, kString);
-  into.assign(reinterpret_cast<const char*>(read_ + lengthBytes), static_cast<std::size_t>(length));
-  read_ += lengthBytes + static_cast<std::size_t>(length);
+  into.assign(reinterpret_cast<const char*>(first_ + lengthBytes), static_cast<std::size_t>(length));
+  first_ += lengthBytes + static_cast<std::size_t>(length);
 }
 
 int BinaryInputBuffer::receive(sys::io::socket::descriptor fd, std::size_t room) {
   reserve(room != 0 ? room : 1);
   for (;;) {
-    const sys::io::socket::size count = sys::io::socket::receiveSome(fd, write_, freeChunk(), 0);
+    const sys::io::socket::size count = sys::io::socket::receiveSome(fd, last_, freeChunk(), 0);
     if (count >= 0) {
-      write_ += count;
+      last_ += count;
       return static_cast<int>(count);
     }
     const int error = errno;
@@ -267,9 +230,9 @@ int BinaryInputBuffer::receive(sys::io::socket::descriptor fd, std::size_t room)
 int BinaryInputBuffer::read(sys::io::endpoint::handle fd, std::size_t room) {
   reserve(room != 0 ? room : 1);
   for (;;) {
-    const ssize_t count = sys::io::endpoint::readSome(fd, write_, freeChunk());
+    const ssize_t count = sys::io::endpoint::readSome(fd, last_, freeChunk());
     if (count >= 0) {
-      write_ += count;
+      last_ += count;
       return static_cast<int>(count);
     }
     const int error = errno;

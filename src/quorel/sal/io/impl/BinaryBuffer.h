@@ -73,45 +73,65 @@ const std::size_t kMaxTransfer = 0x7ffff000;
 
 }  // namespace wire
 
-/// The bytes of a message being built. One block of capacity bytes:
+/// One block of capacity bytes with a used span:
 ///
-///   data_ ........ head_ ======== tail_ ........ end_
-///        (sent)         (to send)      (free)
+///   data_ ........ first_ ======== last_ ........ end_
+///      (consumed)        (used)          (free)
 ///
-/// Putting appends at tail_; sending consumes from head_, and when all is
-/// sent both return to the start. Growth compacts the unsent bytes to the
-/// start when that frees at least as much as it moves, and otherwise moves
-/// them to a block twice as large (or as large as needed).
-class BinaryOutputBuffer {
+/// Bytes are appended at last_ and consumed from first_; an empty span starts
+/// again at data_ before room is made. Room is made by moving the used span
+/// to the start when that frees at least as much as it moves, and otherwise
+/// to a block twice as large (or as large as needed).
+class Block {
  public:
-  /// Allocates capacity bytes (none for 0: the first put allocates).
-  explicit BinaryOutputBuffer(std::size_t capacity);
-  ~BinaryOutputBuffer();
-  BinaryOutputBuffer(const BinaryOutputBuffer&) = delete;
-  BinaryOutputBuffer& operator=(const BinaryOutputBuffer&) = delete;
+  /// Allocates capacity bytes (none for 0: the first growth allocates).
+  explicit Block(std::size_t capacity);
+  ~Block();
+  Block(const Block&) = delete;
+  Block& operator=(const Block&) = delete;
 
-  std::size_t size() const { return static_cast<std::size_t>(tail_ - head_); }
+  std::size_t size() const { return static_cast<std::size_t>(last_ - first_); }
   std::size_t capacity() const { return static_cast<std::size_t>(end_ - data_); }
-  const unsigned char* data() const { return head_; }
+  const unsigned char* data() const { return first_; }
+  /// Makes room for at least room more bytes without further growth.
+  void reserve(std::size_t room) {
+    if (first_ == last_) clear();
+    if (static_cast<std::size_t>(end_ - last_) < room) makeRoom(room);
+  }
+  void compact();
+  void clear() { first_ = last_ = data_; }
+  void append(const void* bytes, std::size_t count);
+
+ protected:
+  /// Room for room more bytes. Throws io::Exception when the size would pass
+  /// what a pointer difference holds.
+  void makeRoom(std::size_t room);
+
+  unsigned char* data_;
+  unsigned char* first_;
+  unsigned char* last_;
+  unsigned char* end_;
+};
+
+/// The bytes of a message being built: putting appends to the block's span,
+/// sending consumes from its front.
+class BinaryOutputBuffer : public Block {
+ public:
+  explicit BinaryOutputBuffer(std::size_t capacity) : Block(capacity) {}
 
   /// Appends value's bytes as they lie in memory (the caller has ordered them).
   template <class T>
   void put(T value) {
-    unsigned char* const at = tail_;
+    unsigned char* const at = last_;
     // When the block is full, the out-of-line byte run grows it and appends
     // the value: nothing but the value's address is kept across that call.
     if (__builtin_expect(static_cast<std::size_t>(end_ - at) < sizeof(T), 0)) return putBytes(&value, sizeof(T));
     reinterpret_cast<wire::Unaligned<T>*>(at)->value = value;
-    tail_ = at + sizeof(T);
+    last_ = at + sizeof(T);
   }
-  void putBytes(const void* bytes, std::size_t count);
+  void putBytes(const void* bytes, std::size_t count) { append(bytes, count); }
   /// A lengthBytes-byte (2 or 4) network-order length, then the bytes.
   void putString(const void* bytes, std::size_t count, std::size_t lengthBytes);
-
-  /// Makes room for at least room more bytes without further growth.
-  void reserve(std::size_t room);
-  void compact();
-  void clear() { head_ = tail_ = data_; }
 
   /// Sends or writes everything, a call after another (restarted after a
   /// signal), until all is gone or the descriptor would block; the count.
@@ -122,39 +142,19 @@ class BinaryOutputBuffer {
   int writeSome(sys::io::endpoint::handle fd);
 
  private:
-  /// Room for room more bytes: compaction or a larger block. Throws
-  /// io::Exception when the size would pass what a pointer difference holds.
-  void makeRoom(std::size_t room);
   void consume(std::size_t count) {
-    head_ += count;
-    if (head_ == tail_) head_ = tail_ = data_;
+    first_ += count;
+    if (first_ == last_) clear();
   }
   std::size_t chunk() const { return size() < wire::kMaxTransfer ? size() : wire::kMaxTransfer; }
-
-  unsigned char* data_;
-  unsigned char* head_;
-  unsigned char* tail_;
-  unsigned char* end_;
 };
 
-/// The bytes of received messages. One block of capacity bytes:
-///
-///   data_ ........ read_ ======== write_ ........ end_
-///        (read)         (unread)        (free)
-///
-/// Receiving appends at write_, getting consumes from read_; nothing before
-/// read_ or after write_ is ever read. Room is made as for the output buffer;
-/// an empty buffer starts again at data_.
-class BinaryInputBuffer {
+/// The bytes of received messages: receiving appends to the block's span,
+/// getting consumes from its front; nothing outside the span is ever read.
+class BinaryInputBuffer : public Block {
  public:
-  BinaryInputBuffer(std::size_t capacity, std::size_t limit);
-  ~BinaryInputBuffer();
-  BinaryInputBuffer(const BinaryInputBuffer&) = delete;
-  BinaryInputBuffer& operator=(const BinaryInputBuffer&) = delete;
+  BinaryInputBuffer(std::size_t capacity, std::size_t limit) : Block(capacity), limit_(limit) {}
 
-  std::size_t size() const { return static_cast<std::size_t>(write_ - read_); }
-  std::size_t capacity() const { return static_cast<std::size_t>(end_ - data_); }
-  const unsigned char* data() const { return read_; }
   std::size_t limit() const { return limit_; }
   void setLimit(std::size_t limit) { limit_ = limit; }
 
@@ -163,8 +163,8 @@ class BinaryInputBuffer {
   template <class T>
   T get() {
     if (__builtin_expect(size() < sizeof(T), 0)) underflow(sizeof(T), 0, kInteger);
-    const T value = reinterpret_cast<const wire::Unaligned<T>*>(read_)->value;
-    read_ += sizeof(T);
+    const T value = reinterpret_cast<const wire::Unaligned<T>*>(first_)->value;
+    first_ += sizeof(T);
     return value;
   }
   void getBytes(void* into, std::size_t count);
@@ -172,11 +172,6 @@ class BinaryInputBuffer {
   /// A lengthBytes-byte (2 or 4) network-order length, then that many bytes.
   void getString(std::string& into, std::size_t lengthBytes);
   void skip(std::size_t count);
-
-  void append(const void* bytes, std::size_t count);
-  void reserve(std::size_t room);
-  void compact();
-  void clear() { read_ = write_ = data_; }
 
   /// At least room free bytes, then one recv() / read() into all the free
   /// tail (restarted after a signal): the count appended, 0 at the peer's
@@ -190,16 +185,11 @@ class BinaryInputBuffer {
   /// Throws xio::EOFException for a get of asked bytes (a string: asked
   /// length bytes and a string of body bytes) that finds fewer.
   [[noreturn]] void underflow(std::size_t asked, unsigned long long body, What what) const;
-  void makeRoom(std::size_t room);
   std::size_t freeChunk() const {
-    const std::size_t room = static_cast<std::size_t>(end_ - write_);
+    const std::size_t room = static_cast<std::size_t>(end_ - last_);
     return room < wire::kMaxTransfer ? room : wire::kMaxTransfer;
   }
 
-  unsigned char* data_;
-  unsigned char* read_;
-  unsigned char* write_;
-  unsigned char* end_;
   std::size_t limit_;
 };
 
