@@ -352,7 +352,13 @@ TEST(SocketFailures, ListenAcceptTransfersAndAddressQueries) {
   QUOREL_EXPECT_THROW(c.server.peerAddress(), sal::sys::Exception, "::getpeername() failed", 2, ENOTCONN);
   QUOREL_EXPECT_FAULT("getsockname", ENOBUFS, c.server.selfAddress(), sal::sys::Exception, "::getsockname() failed",
                       2, ENOBUFS);
+  // Switching the mode keeps the caller's errno.
+  errno = EDOM;
+  c.accepted.beNonblocking();
+  c.accepted.beBlocking();
+  EXPECT_EQ(errno, EDOM);
   // An address of another family is refused before the call: the connection stays queued.
+  if (!test::hasIPv6Loopback()) GTEST_SKIP() << "no IPv6 loopback (::1): the family mismatch is not checked";
   TCPServerSocket v6(test::loopbackBinding(AF_INET6), false);
   const TCPClientSocket client6(TCPConnectingAddress("::1", v6.selfAddress().port()), true, false);
   AINETAddress v4 = c.server.newPeerAddressForAccept();
@@ -361,11 +367,6 @@ TEST(SocketFailures, ListenAcceptTransfersAndAddressQueries) {
   QUOREL_EXPECT_THROW(v4.impl()->selfAddressOf(v6.impl().reference()), InvalidArgumentException, mismatch, 0, AF_INET);
   EXPECT_EQ(v4.numericalName(), "0.0.0.0");
   EXPECT_EQ(v6.accept(5000).peerAddress().port(), client6.selfAddress().port());
-  // Switching the mode keeps the caller's errno.
-  errno = EDOM;
-  c.accepted.beNonblocking();
-  c.accepted.beBlocking();
-  EXPECT_EQ(errno, EDOM);
 }
 
 TEST(SocketFailures, UnknownFamiliesAndTransports) {
