@@ -152,6 +152,11 @@ TEST(AppFrame, SignalsFromAnotherThreadRunTheTasksOnTheThreadTheyReach) {
 }
 
 TEST(AppFrame, SignalsRunTheTasksOnTheThreadTheyReach) {
+#ifdef __SANITIZE_THREAD__
+  // Its own signal handler holds a process-directed signal back for the
+  // thread's next call into it; about one run in thirty never runs the task.
+  GTEST_SKIP() << "ThreadSanitizer, not the kernel, decides when and where a process-directed signal runs";
+#endif
   const ChildRun run = inChild([](int out) {
     sal::sys::exec::App app(task(start), task(stopHere), task(interruptHere));
     // The tasks run in the handler with the instance lock held. A thread that
