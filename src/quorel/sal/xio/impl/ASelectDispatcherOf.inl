@@ -165,18 +165,18 @@ class ASelectDispatcherOf {
 
   bool dispatchHeld() {
     if (held_.empty()) return false;
-    std::vector<R*> round;
-    round.swap(held_);
-    for (R* r : round) r->current->complete(*r, kHeldResult);
+    heldRound_.clear();  // what a throwing handler left is dropped, as before
+    heldRound_.swap(held_);
+    for (R* r : heldRound_) r->current->complete(*r, kHeldResult);
     return true;
   }
 
   bool tryFreshWrites() {
     if (fresh_.empty()) return false;
-    std::vector<Channel*> channels;
-    channels.swap(fresh_);
+    round_.clear();
+    round_.swap(fresh_);
     bool done = false;
-    for (Channel* channel : channels) done = write(*channel) || done;
+    for (Channel* channel : round_) done = write(*channel) || done;
     return done;
   }
 
@@ -241,9 +241,9 @@ class ASelectDispatcherOf {
   // while a read is queued, write while a write waits for room. A socket with
   // nothing queued leaves the selector, and its channel goes.
   void updateInterests() {
-    std::vector<Channel*> channels;
-    channels.swap(dirty_);
-    for (Channel* channel : channels) {
+    round_.clear();
+    round_.swap(dirty_);
+    for (Channel* channel : round_) {
       if (!channel->dirty) continue;
       channel->dirty = false;
       const unsigned interest = (channel->reads.empty() ? 0u : unsigned(io::i::select::kRead)) |
@@ -303,6 +303,11 @@ class ASelectDispatcherOf {
   std::vector<Channel*> fresh_;
   std::vector<Channel*> dirty_;
   std::vector<void*> forgotten_;
+  // The lists being gone through, swapped with the ones handlers add to; both
+  // keep their capacity, so rounds allocate nothing once warm. Emptied before
+  // each use: a handler that throws leaves the rest of its round behind.
+  std::vector<R*> heldRound_;
+  std::vector<Channel*> round_;
   int pending_ = 0;
   bool waiting_ = false;
 };
