@@ -53,6 +53,8 @@
 #include <quorel/sal/fs/dir.h>
 #include <quorel/sal/inet/Exception.h>
 #include <quorel/sal/inet/Link.h>
+#include <quorel/sal/inet/LinkAddress.h>
+#include <quorel/sal/inet/Network.h>
 #include <quorel/sal/inet/Address.h>
 #include <quorel/sal/inet/impl/addr.h>
 #include <quorel/sal/sys/io/BSDSocket.h>

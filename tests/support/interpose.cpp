@@ -1,7 +1,6 @@
 // The libc functions that tests can make fail when libquorel.so calls them.
 #include <errno.h>
 #include <fcntl.h>
-#include <ifaddrs.h>
 #include <netdb.h>
 #include <stdarg.h>
 #include <sys/epoll.h>
@@ -28,8 +27,6 @@ QUOREL_INTERPOSE(void*, valloc, (size_t size), (size), true, { errno = error; re
 QUOREL_INTERPOSE(int, clock_gettime, (clockid_t clock, struct timespec* ts), (clock, ts), true,
                  { errno = error; return -1; })
 
-QUOREL_INTERPOSE(int, getifaddrs, (struct ifaddrs** entries), (entries), true,
-                 { errno = error; return -1; })
 
 QUOREL_INTERPOSE(int, socket, (int family, int type, int protocol), (family, type, protocol), true,
                  { errno = error; return -1; })
@@ -50,6 +47,11 @@ QUOREL_INTERPOSE(ssize_t, recvfrom,
                  (int fd, void* buffer, size_t size, int flags, struct sockaddr* address, socklen_t* length),
                  (fd, buffer, size, flags, address, length), false, { errno = error; return -1; })
 QUOREL_INTERPOSE(ssize_t, send, (int fd, const void* buffer, size_t size, int flags), (fd, buffer, size, flags), false,
+                 { errno = error; return -1; })
+QUOREL_INTERPOSE(ssize_t, sendto,
+                 (int fd, const void* buffer, size_t size, int flags, const struct sockaddr* address, socklen_t length),
+                 (fd, buffer, size, flags, address, length), false, { errno = error; return -1; })
+QUOREL_INTERPOSE(ssize_t, recvmsg, (int fd, struct msghdr* message, int flags), (fd, message, flags), false,
                  { errno = error; return -1; })
 QUOREL_INTERPOSE(int, getsockname, (int fd, struct sockaddr* address, socklen_t* length), (fd, address, length), true,
                  { errno = error; return -1; })

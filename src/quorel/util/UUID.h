@@ -21,7 +21,8 @@ class UUID {
  public:
   /// A new identifier. Throws what the clock and link enumeration throw
   /// (sys::Exception "::gettimeofday() failed", inet::Exception
-  /// "::getifaddrs() failed").
+  /// "::socket(AF_NETLINK, NETLINK_ROUTE) failed" and the other failures of
+  /// sal::inet::Link::list()).
   UUID();
   /// From the 16-byte wire form.
   explicit UUID(const unsigned char* bytes);

@@ -1,47 +1,90 @@
-// Link enumeration from the AF_PACKET records of getifaddrs.
+// The host's links, read through the rtnetlink enumeration of impl/Link.
 #include <quorel/sal/inet/Link.h>
 
-#include <linux/if_packet.h>
-#include <sys/socket.h>
+#include <errno.h>
+#include <net/if.h>
 
-#include <quorel/util/ASimpleFinalizerOf.h>
+#include <cstdio>
 
-#include <quorel/sal/inet/impl/link.inl>
+#include <quorel/sal/inet/Exception.h>
+#include <quorel/util/Throw.h>
 
 namespace quorel {
 namespace sal {
 namespace inet {
 
-namespace {
+const std::string& Link::name() const { return handle_->name; }
+int Link::index() const { return handle_->index; }
+unsigned int Link::flags() const { return handle_->flags; }
+bool Link::isUp() const { return (flags() & IFF_UP) != 0; }
+bool Link::isRunning() const { return (flags() & IFF_RUNNING) != 0; }
+bool Link::isLoopback() const { return (flags() & IFF_LOOPBACK) != 0; }
+bool Link::isPointToPoint() const { return (flags() & IFF_POINTOPOINT) != 0; }
+bool Link::isMulticast() const { return (flags() & IFF_MULTICAST) != 0; }
+unsigned int Link::mtu() const { return handle_->mtu; }
+unsigned short Link::type() const { return handle_->type; }
+const std::string& Link::kind() const { return handle_->kind; }
+const std::string& Link::hardwareAddress() const { return handle_->hardware; }
+const std::vector<LinkAddress>& Link::addresses() const { return handle_->addresses; }
 
-pod::uint64 hardwareAddressOf(const sockaddr_ll& ll) {
-  if (ll.sll_halen != 6) return 0;
+std::string Link::hardwareAddressText() const {
+  std::string text;
+  for (const char byte : hardwareAddress()) {
+    char digits[4];
+    std::snprintf(digits, sizeof digits, text.empty() ? "%02x" : ":%02x", static_cast<unsigned char>(byte));
+    text += digits;
+  }
+  return text;
+}
+
+pod::uint64 Link::address() const {
+  const std::string& bytes = hardwareAddress();
+  if (bytes.size() != 6) return 0;
   pod::uint64 address = 0;
-  for (int i = 0; i < 6; ++i) address = (address << 8) | ll.sll_addr[i];
+  for (const char byte : bytes) address = (address << 8) | static_cast<unsigned char>(byte);
   return address;
 }
 
-}  // namespace
-
-const std::string& Link::name() const { return handle_->name(); }
-int Link::index() const { return handle_->index(); }
-pod::uint64 Link::address() const { return handle_->address(); }
-unsigned int Link::flags() const { return handle_->flags(); }
+std::vector<Link> Link::list() {
+  std::vector<impl::Link> found = impl::link::enumerate();
+  std::vector<Link> links;
+  links.reserve(found.size());
+  for (impl::Link& link : found) {
+    links.push_back(Link(Handle(new impl::Link(std::move(link)))));
+  }
+  return links;
+}
 
 void Link::fill(std::list<Link>& links, std::map<std::string, Link>& byName) {
-  links.clear();
+  const std::vector<Link> found = list();
+  links.assign(found.begin(), found.end());
   byName.clear();
-  ifaddrs* entries = impl::link::list();
-  util::ASimpleFinalizerOf<ifaddrs*, void (*)(ifaddrs*)> release(entries, impl::link::release);
-  // Each link has exactly one AF_PACKET record, in interface-index order.
-  for (const ifaddrs* e = entries; e != nullptr; e = e->ifa_next) {
-    if (e->ifa_addr == nullptr || e->ifa_addr->sa_family != AF_PACKET) continue;
-    const sockaddr_ll& ll = *reinterpret_cast<const sockaddr_ll*>(e->ifa_addr);
-    const Link link(util::AHandleTo<impl::Link, AtomicCounter>(
-        new impl::Link(e->ifa_name, ll.sll_ifindex, hardwareAddressOf(ll), e->ifa_flags)));
-    links.push_back(link);
-    byName.insert(std::make_pair(link.name(), link));
+  for (const Link& link : found) byName.insert(std::make_pair(link.name(), link));
+}
+
+Link Link::byName(const std::string& name) {
+  for (const Link& link : list()) {
+    if (link.name() == name) return link;
   }
+  QUOREL_THROW(inet::Exception)("no link is named '" + name + "'", sal::i::err::domain::kInterfaceEnumeration, ENODEV);
+}
+
+Link Link::byIndex(int index) {
+  for (const Link& link : list()) {
+    if (link.index() == index) return link;
+  }
+  QUOREL_THROW(inet::Exception)("no link has index " + std::to_string(index), sal::i::err::domain::kInterfaceEnumeration,
+                                ENODEV);
+}
+
+Link Link::holding(const Address& address) {
+  for (const Link& link : list()) {
+    for (const LinkAddress& entry : link.addresses()) {
+      if (entry.address() == address) return link;
+    }
+  }
+  QUOREL_THROW(inet::Exception)("no link holds the address '" + address.asString() + "'",
+                                sal::i::err::domain::kInterfaceEnumeration, EADDRNOTAVAIL);
 }
 
 }  // namespace inet
