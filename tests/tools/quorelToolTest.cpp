@@ -97,6 +97,7 @@ TEST(QuorelTool, CommandsPrintExactlyTheirTexts) {
        "{\"description\": \"05/24/00 (ILLEGAL REQUEST / INVALID FIELD IN CDB)\", \"bytes\": \"70000500 0000000A "
        "00000000 2400\"}\n"},
       {"stat /nonexistent/quorel --json", 0, "[{\"path\": \"/nonexistent/quorel\", \"exists\": false}]\n"},
+      {"links no-such-link0", 1, "quorel: no link is named 'no-such-link0' - No such device\n"},
   };
   for (const auto& row : rows) {
     const ToolRun r = run(row.args);
@@ -106,6 +107,10 @@ TEST(QuorelTool, CommandsPrintExactlyTheirTexts) {
   // Outputs that depend on the host or the moment: their fixed parts.
   EXPECT_NE(run("resolve ::1").out.find("IPv6  ::1  port 0"), std::string::npos);
   EXPECT_NE(run("addr 2001:db8::7/64").out.find("broadcast  2001:db8::ffff:ffff:ffff:ffff"), std::string::npos);
+  EXPECT_EQ(run("links lo").out.rfind("1: lo <up,running,loopback> mtu 65536 link 00:00:00:00:00:00\n"
+                                      "    inet 127.0.0.1/8 scope host\n", 0), 0u);
+  EXPECT_NE(run("--json links").out.find("{\"index\": 1, \"name\": \"lo\", \"state\": [\"up\", \"running\", "
+                                         "\"loopback\"], \"mtu\": 65536"), std::string::npos);
   EXPECT_NE(run("sense 72062900").out.find("06/29/00 (UNIT ATTENTION / POWER ON, RESET, OR BUS DEVICE RESET OCCURRED)"),
             std::string::npos);
   const std::string clock = run("clock").out;
@@ -302,7 +307,7 @@ TEST(QuorelTool, LockRunsOneHolderAtATime) {
 
 const char* const kCommands[] = {"info",    "stat",    "ls",      "rm",   "read",      "discard", "sense", "explain",
                                  "uuid",    "version", "resolve", "addr", "net-bench", "cat",     "run",   "lock",
-                                 "clock"};
+                                 "clock",   "links"};
 
 TEST(QuorelTool, EveryCommandHasItsHelpAndItsPlaceInTheManualPage) {
   const std::string usage = run("help").out;
@@ -487,7 +492,7 @@ TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
                            "discard /tmp --offset 0 --length 1", "discard /tmp --offset 1 --length 512 --unmap",
                            "discard /tmp --offset 0 --length 1K --unmap --trim", "run --env =x true",
                            "run --env x true", "run --cwd", "lock name", "help a b", "net-bench --connections 0",
-                           "net-bench --seconds", "net-bench --size 1x", "net-bench --size 65537", "net-bench 4"}) {
+                           "net-bench --seconds", "net-bench --size 1x", "net-bench --size 65537", "net-bench 4", "links lo eth0"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;

@@ -83,6 +83,9 @@ int rm(const std::vector<std::string>& args);
 // The echo check of the selector over loopback.
 int netBench(const std::vector<std::string>& args);
 
+// The host's links with their addresses.
+int links(const std::vector<std::string>& args);
+
 // The commands that start programs.
 int run(const std::vector<std::string>& args);
 int lock(const std::vector<std::string>& args);

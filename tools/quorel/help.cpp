@@ -64,6 +64,11 @@ const Command kCommands[] = {
      "Prints each result of resolving HOST (and SERVICE): family, numeric address, port and description."},
     {"addr", "TEXT/PREFIX", "network, mask, prefix length and broadcast of an address prefix",
      "Prints the network, mask, prefix length and broadcast address of an IPv4 or IPv6 prefix."},
+    {"links", "[NAME]", "the host's links with their addresses, like a short ip addr",
+     "Lists every link of the host (or the one named) by index: name, state flags, MTU, kind, hardware "
+     "address, then each IPv4 and IPv6 address with its prefix length, broadcast address and scope; an IPv6 "
+     "link-local address names its link. Links that are down or have no hardware address are listed too. "
+     "With --json each link is an object with its addresses as an array."},
     {"net-bench", "[--connections N] [--seconds S] [--size BYTES]",
      "echo round trips per second over loopback through the selector",
      "Runs an echo server built on the library's selector on 127.0.0.1, at a port the system chooses, in a "

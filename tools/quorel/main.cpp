@@ -7,6 +7,7 @@
 //   quorel version TEXT          a dotted version number as the library reads it
 //   quorel resolve HOST [SERVICE] what the resolver makes of a host name
 //   quorel addr TEXT/PREFIX      network, mask and broadcast address of a prefix
+//   quorel links [NAME]          the host's links with their addresses
 //   quorel net-bench [OPTIONS]   echo round trips per second over loopback through the selector
 //   quorel cat [--bs N] FILE...  files to standard output through the streams
 //   quorel sense HEX...          decodes SCSI sense bytes
@@ -370,6 +371,7 @@ int dispatch(const std::string& command, const std::vector<std::string>& args) {
   if (command == "resolve") return resolve(args);
   if (command == "addr") return addr(args);
   if (command == "net-bench") return tool::netBench(args);
+  if (command == "links") return tool::links(args);
   if (command == "cat") return cat(args);
   if (command == "sense") return sense(args);
   if (command == "stat") return stat(args);
