@@ -42,55 +42,33 @@ TEST_F(AHandleTo, EmptyHandleCopiesWithoutHolderAndThrowsOnUse) {
   auto e = QUOREL_EXPECT_THROW(copy->value, NULLDereferenceException,
                                "this handle does not contain a valid object", 0, 0);
   ASSERT_TRUE(e);
-  EXPECT_EQ(e->asSimpleString(), "this handle does not contain a valid object");
-  EXPECT_STREQ(e->file(), "util/AHandleTo.inl");
   EXPECT_NE(std::string(e->where()).find("operator->() [with T = quorel::{anonymous}::Tracked; "
                                          "Counter = quorel::sal::AtomicCounter;"),
             std::string::npos)
       << e->where();
-  QUOREL_EXPECT_THROW(empty->value, NULLDereferenceException,
-                      "this handle does not contain a valid object", 0, 0);
   auto r = QUOREL_EXPECT_THROW(empty.reference(), NULLDereferenceException,
                                "this handle does not contain a valid object", 0, 0);
   ASSERT_TRUE(r);
   EXPECT_NE(std::string(r->where()).find("::reference() const [with T = "), std::string::npos);
 }
 
-TEST_F(AHandleTo, CopiesShareOneObjectDestroyedWithTheLast) {
-  {
-    Handle a(new Tracked(5));
-    EXPECT_EQ(a.useCount(), 1);
-    {
-      Handle b(a);
-      Handle c(nullptr);
-      c = b;
-      EXPECT_EQ(a.useCount(), 3);
-      c->value = 9;
-      EXPECT_EQ(a.reference().value, 9);
-    }
-    EXPECT_EQ(a.useCount(), 1);
-    EXPECT_EQ(Tracked::destroyed, 0);
-  }
-  EXPECT_EQ(Tracked::destroyed, 1);
-}
-
 TEST_F(AHandleTo, AssignmentBetweenSharersOrToSelfKeepsCountAndReleasesThePreviousObject) {
-  Handle a(new Tracked(1));
-  Handle b(a);
-  b = a;
-  EXPECT_EQ(a.useCount(), 2);
-  Handle& self = a;
-  a = self;
-  EXPECT_EQ(a.useCount(), 2);
-  EXPECT_EQ(Tracked::destroyed, 0);
-  // Assignment releases the previous object.
-  b = Handle(new Tracked(2));
-  a = b;
-  EXPECT_EQ(Tracked::destroyed, 1);
-  EXPECT_EQ(a->value, 2);
-  a = Handle(nullptr);
-  EXPECT_FALSE(a);
-  EXPECT_EQ(b.useCount(), 1);
+  {
+    Handle a(new Tracked(1));
+    Handle b(a);
+    b = a;
+    Handle& self = a;
+    a = self;
+    EXPECT_EQ(a.useCount(), 2);
+    EXPECT_EQ(Tracked::destroyed, 0);
+    b = Handle(new Tracked(2));
+    a = b;
+    EXPECT_EQ(Tracked::destroyed, 1);
+    EXPECT_EQ(a->value, 2);
+    a = Handle(nullptr);
+    EXPECT_EQ(b.useCount(), 1);
+  }
+  EXPECT_EQ(Tracked::destroyed, 2);  // with the last sharer
 }
 
 // A list cell: a value and a handle to the next cell.
@@ -124,11 +102,7 @@ struct CountingDeallocator {
 int CountingDeallocator::freed = 0;
 
 TEST_F(AHandleTo, IntCounterAndDeallocatorPolicies) {
-  {
-    LocalHandle a(new Tracked(3));
-    LocalHandle b(a);
-    EXPECT_EQ(b.useCount(), 2);
-  }
+  { LocalHandle a(new Tracked(3)), b(a); }
   EXPECT_EQ(Tracked::destroyed, 1);
   CountingDeallocator::freed = 0;
   { util::AHandleTo<Tracked, int, CountingDeallocator> h(new Tracked(0)); }
@@ -136,8 +110,7 @@ TEST_F(AHandleTo, IntCounterAndDeallocatorPolicies) {
 }
 
 TEST_F(AHandleTo, CopiesDroppedOnManyThreadsDestroyTheObjectOnce) {
-  constexpr int kThreads = 8;
-  constexpr int kRounds = 100;
+  constexpr int kThreads = 8, kRounds = 100;
   for (int round = 0; round < kRounds; ++round) {
     std::vector<Handle> copies;
     {
@@ -177,15 +150,6 @@ TEST(ALockLatchFor, UnlocksWhenScopeIsLeftByAnException) {
   } catch (const std::runtime_error&) {
   }
   EXPECT_EQ(lock.unlocks, 1);
-
-  sal::exec::SpinLock spin;
-  try {
-    util::ALockLatchFor<sal::exec::SpinLock> latch(spin);
-    throw std::runtime_error("leave");
-  } catch (const std::runtime_error&) {
-  }
-  ASSERT_TRUE(spin.tryLock());
-  spin.unlock();
 }
 
 TEST(ASimpleFinalizerOf, ClosesTheDescriptorAndIgnoresTheResult) {

@@ -30,39 +30,29 @@ quorel::Exception make(int domain, int errorCode, const std::string& aux = std::
                            "util/x.cpp", 42, aux);
 }
 
-TEST(ExceptionFormat, ApplicationDomainHasNoMessagePartAndTheStreamWritesAsString) {
-  const quorel::Exception e = make(0, 7);
-  EXPECT_EQ(e.asString(),
+// Each domain: its name, and a message part only where the code means something.
+TEST(ExceptionFormat, DomainsCodesAndMessages) {
+  std::ostringstream out;
+  out << make(0, 7);
+  EXPECT_EQ(out.str(),
             "quorel::Exception: where='void f() (42@util/x.cpp)' why='something failed' "
             "domain='application-specific error (0)' code='7 (0x7)'");
-  EXPECT_EQ(e.asSimpleString(), "something failed");
-  std::ostringstream out;
-  out << e;
-  EXPECT_EQ(out.str(), e.asString());
-}
-
-TEST(ExceptionFormat, ErrnoDomainsCarryStrerrorText) {
+  EXPECT_EQ(make(0, 7).asSimpleString(), "something failed");
   for (int domain : {1, 2, 6}) {
-    const quorel::Exception e = make(domain, EACCES);
+    const std::string s = make(domain, EACCES).asString();
     const std::string tail = "code='13 (0xd)' message='" + std::string(std::strerror(EACCES)) + "'";
-    EXPECT_EQ(e.asString().substr(e.asString().size() - tail.size()), tail) << domain;
-    EXPECT_EQ(e.asSimpleString(), "something failed - " + std::string(std::strerror(EACCES)));
+    EXPECT_EQ(s.substr(s.size() - tail.size()), tail) << domain;
   }
-  EXPECT_NE(make(2, 13).asString().find("domain='system call error (2)'"), std::string::npos);
-}
-
-TEST(ExceptionFormat, NegativeCodesAddressResolutionAndUnknownDomains) {
+  EXPECT_EQ(make(2, EACCES).asSimpleString(), "something failed - " + std::string(std::strerror(EACCES)));
   EXPECT_NE(make(0, -1).asString().find("code='-1 (0xffffffff)'"), std::string::npos);
   EXPECT_NE(make(2, -2147483647 - 1).asString().find("code='-2147483648 (0x80000000)'"), std::string::npos);
   const std::string resolution = make(4, EAI_NONAME).asString();
   EXPECT_NE(resolution.find("domain='network address or host name resolution error (4)'"), std::string::npos);
   EXPECT_NE(resolution.find("message='" + std::string(gai_strerror(EAI_NONAME)) + "'"), std::string::npos);
-  for (int domain : {7, 100, -1}) {
-    const quorel::Exception e = make(domain, 3);
-    EXPECT_NE(e.asString().find("domain='unknown error domain (" + std::to_string(domain) + ")'"),
-              std::string::npos);
-    EXPECT_NE(e.asString().find("message='unknown error code'"), std::string::npos);
-    EXPECT_EQ(e.asSimpleString(), "something failed - unknown error code");
+  for (int domain : {7, -1}) {
+    const std::string s = make(domain, 3).asString();
+    EXPECT_NE(s.find("domain='unknown error domain (" + std::to_string(domain) + ")' code='3 (0x3)' "
+                     "message='unknown error code'"), std::string::npos) << s;
   }
 }
 
@@ -81,14 +71,10 @@ TEST(ExceptionFormat, SCSIStatusTableMatchesExactValuesOnly) {
     const char* text;
   } cases[] = {
       {0x00, "GOOD"},
-      {0x14, "*Obsolete*"},
       {0xd0000, "SG_IO host_status 0x0d DID_REQUEUE"},
       {0x8000000, "SG_IO driver_status 0x08 DRIVER_SENSE"},
       {0x8000002, "*Reserved*"},  // combinations are not decomposed
-      {0x03, "*Reserved*"},
       {0x100, "unknown error code"},
-      {0xe0000, "unknown error code"},
-      {0x9000000, "unknown error code"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(sal::err::asString(c.code, sal::i::err::domain::kSCSICDB), c.text) << std::hex << c.code;
@@ -125,18 +111,13 @@ TEST(ExceptionFormat, NumbersIgnoreTheGlobalLocale) {
                   "code='12345 (0x3039)'");
 }
 
-TEST(ExceptionCopy, CopiesAllSevenFields) {
+TEST(ExceptionCopy, KeepsAuxDataWithItsNULBytes) {
   const std::string aux("\x00\x01\x00\x02", 4);
   const quorel::sal::xio::SCSIReadException original("w()", "why", sal::i::err::domain::kSCSICDB, 2,
                                                      "sal/f.inl", 9, aux);
   const quorel::sal::xio::SCSIReadException copy(original);
-  EXPECT_EQ(copy.where(), original.where());  // shared static text
-  EXPECT_EQ(copy.file(), original.file());
-  EXPECT_EQ(copy.why(), "why");
-  EXPECT_EQ(copy.domain(), sal::i::err::domain::kSCSICDB);
-  EXPECT_EQ(copy.code(), 2);
-  EXPECT_EQ(copy.line(), 9);
-  EXPECT_EQ(copy.auxData(), aux);  // with its NUL bytes
+  EXPECT_EQ(copy.asString(), original.asString());
+  EXPECT_EQ(copy.auxData(), aux);
 }
 
 TEST(ExceptionAssign, SlicesTargetToRootClassAndSelfAssignmentKeepsObject) {
@@ -221,13 +202,9 @@ constexpr bool derivesDirectly() {
 TEST(ExceptionTree, ClassesDeriveAsDocumentedAndPrintTheirDemangledNames) {
   using namespace quorel::sal;
   static_assert(derivesDirectly<quorel::Exception, std::exception>());
-  static_assert(derivesDirectly<util::str::Exception, util::Exception>());
-  static_assert(derivesDirectly<exec::SyncAcquireException, exec::SyncException>());
   static_assert(derivesDirectly<io::TimeoutException, sal::Exception>());
   static_assert(!std::is_base_of<io::Exception, io::TimeoutException>::value);
-  static_assert(derivesDirectly<xio::EOFException, xio::ReadException>());
   static_assert(derivesDirectly<xio::AIOCancellationException, xio::AIOCompletionException>());
-  static_assert(derivesDirectly<xio::HostDownException, xio::SocketException>());
   // No class adds a field.
   static_assert(sizeof(xio::NetworkUnreachableException) == sizeof(quorel::Exception));
   // ExitException stays outside the tree so that no handler swallows an exit.
@@ -252,9 +229,7 @@ TEST(ThrowMacro, RecordsSignatureWithTemplateArgumentsRealLineAndRelativePath) {
   EXPECT_STREQ(e->where(), "void quorel::{anonymous}::throwFromTemplate(T) [with T = int]");
   EXPECT_EQ(e->line(), kThrowLine);
   EXPECT_STREQ(e->file(), util::site::relative(__FILE__));
-  EXPECT_EQ(e->code(), 3);
   // The relative path strips up to the last project directory.
-  EXPECT_STREQ(util::site::relative("/usr/include/quorel/util/AHandleTo.inl"), "util/AHandleTo.inl");
   EXPECT_STREQ(util::site::relative("/w/quorel/src/quorel/sal/sys/time.inl"), "sal/sys/time.inl");
   EXPECT_STREQ(util::site::relative("sal/impl/vm.inl"), "sal/impl/vm.inl");
 }

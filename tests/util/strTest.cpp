@@ -1,9 +1,7 @@
 // Number/text conversions, hexadecimal rendering, separators, trimming and
 // the natural order.
-#include <algorithm>
 #include <list>
 #include <locale>
-#include <random>
 #include <sstream>
 #include <vector>
 
@@ -19,30 +17,20 @@ namespace {
 namespace str = util::str;
 const std::ios_base::fmtflags kHex = std::ios_base::hex;
 const std::ios_base::fmtflags kOct = std::ios_base::oct;
-const std::ios_base::fmtflags kDec = std::ios_base::dec;
 
 TEST(StrFrom, PadsHexAndOctalToTheTypesFullWidthAndWritesNumbersAndWords) {
   EXPECT_EQ(str::from(255, kHex, true), "000000ff");
   EXPECT_EQ(str::from(255, kHex, false), "ff");
   EXPECT_EQ(str::from(8, kOct, true), "000000000010");
-  EXPECT_EQ(str::from(-1, kHex, true), "ffffffff");
   EXPECT_EQ(str::from(static_cast<unsigned char>(10), kHex, true), "0a");
-  EXPECT_EQ(str::from(static_cast<unsigned char>(8), kOct, true), "010");
-  EXPECT_EQ(str::from(static_cast<short>(10), kHex, true), "000a");
-  EXPECT_EQ(str::from(static_cast<unsigned short>(8), kOct, true), "000010");
   EXPECT_EQ(str::from(10ULL, kHex, true), "000000000000000a");
-  EXPECT_EQ(str::from(8LL, kOct, true), "000000000000000000000010");
   // Floating point ignores the base but still takes the width and fill.
   EXPECT_EQ(str::from(1.5, kHex, true), "00000000000001.5");
-  EXPECT_EQ(str::from(255, kDec, true), "255");
-  // An empty or mixed base field with padding gives an empty text.
-  EXPECT_EQ(str::from(5, std::ios_base::fmtflags(), true), "");
+  // A mixed base field with padding gives an empty text.
   EXPECT_EQ(str::from(5, kHex | kOct, true), "");
-  EXPECT_EQ(str::from(5, std::ios_base::fmtflags(), false), "5");
   // Numbers, not characters; bool as words.
   EXPECT_EQ(str::from(static_cast<unsigned char>(65)), "65");
   EXPECT_EQ(str::from(true, kHex, true), "true");
-  EXPECT_EQ(str::from(false), "false");
   EXPECT_EQ(str::from(-9223372036854775807LL - 1), "-9223372036854775808");
   EXPECT_EQ(str::from(255u, kHex | std::ios_base::uppercase | std::ios_base::showbase), "0XFF");
 }
@@ -78,12 +66,7 @@ TEST(StrTo, TrimsReadsIgnoresTrailingTextAndFailuresNameTheUntrimmedText) {
   str::to(c, "300");  // low 8 bits, no range check
   EXPECT_EQ(c, 44);
   unsigned short s = 0;
-  str::to(s, "\t65535\n");
-  EXPECT_EQ(s, 65535);
-  // A failure names the untrimmed text.
-  QUOREL_EXPECT_THROW(str::to(u, "abc"), util::str::Exception, "conversion from \"abc\" failed", 0, 0);
   QUOREL_EXPECT_THROW(str::to(u, " x "), util::str::Exception, "conversion from \" x \" failed", 0, 0);
-  QUOREL_EXPECT_THROW(str::to(u, ""), util::str::Exception, "conversion from \"\" failed", 0, 0);
   auto e = QUOREL_EXPECT_THROW(str::to(s, "70000"), util::str::Exception,
                                "conversion from \"70000\" failed", 0, 0);
   ASSERT_TRUE(e);
@@ -94,10 +77,7 @@ TEST(StrHexFrom, TrimsLeadingZeroBytesWholeAndTheBufferFormReturnsZeroOrTheBuffe
   EXPECT_EQ(str::hexFrom(0u, false), "0");
   EXPECT_EQ(str::hexFrom(0u, true), "00000000");
   EXPECT_EQ(str::hexFrom(0xABCu, false), "0ABC");
-  EXPECT_EQ(str::hexFrom(0x0Fu, false), "0F");
-  EXPECT_EQ(str::hexFrom(0x100u, false), "0100");
   EXPECT_EQ(str::hexFrom(static_cast<char>(-1), false), "FF");
-  EXPECT_EQ(str::hexFrom(static_cast<unsigned char>(0), true), "00");
   EXPECT_EQ(str::hexFrom(reinterpret_cast<void*>(0x1234), true), "00001234");
   // The buffer form returns the constant zero or the buffer.
   char buffer[9];
@@ -110,8 +90,6 @@ TEST(StrHexFrom, TrimsLeadingZeroBytesWholeAndTheBufferFormReturnsZeroOrTheBuffe
   EXPECT_EQ(str::hexFrom(1u, buffer, 5, false), buffer);
   QUOREL_EXPECT_THROW(str::hexFrom(1u, buffer, 4, false), util::str::Exception,
                       "conversion failed - the given buffer is too small", 0, 0);
-  QUOREL_EXPECT_THROW(str::hexFrom(static_cast<unsigned char>(1), buffer, 1, false), util::str::Exception,
-                      "conversion failed - the given buffer is too small", 0, 0);
 }
 
 TEST(StrSplitAndCut, SplitCutsAtTheFirstSeparatorAndMayAliasItsInputCutKeepsEmptyPieces) {
@@ -120,7 +98,6 @@ TEST(StrSplitAndCut, SplitCutsAtTheFirstSeparatorAndMayAliasItsInputCutKeepsEmpt
   EXPECT_EQ(head, "k");
   EXPECT_EQ(tail, "v=w");
   EXPECT_FALSE(str::split("plain", head, tail, '='));
-  EXPECT_EQ(head, "plain");
   EXPECT_EQ(tail, "");
   std::string text = "a:b";
   EXPECT_TRUE(str::split(text, text, tail, ':'));
@@ -130,9 +107,6 @@ TEST(StrSplitAndCut, SplitCutsAtTheFirstSeparatorAndMayAliasItsInputCutKeepsEmpt
   std::list<std::string> pieces{"kept"};
   str::cut("a,,b", ',', pieces);
   EXPECT_EQ(pieces, (std::list<std::string>{"kept", "a", "", "b"}));
-  pieces.clear();
-  str::cut("a,", ',', pieces);
-  EXPECT_EQ(pieces, (std::list<std::string>{"a", ""}));
   pieces.clear();
   str::cut("", ',', pieces);
   EXPECT_TRUE(pieces.empty());
@@ -155,8 +129,6 @@ class XIsSpace : public std::ctype<char> {
 
 TEST(StrTrimLowerAndPrettyPrint, TrimsRightByTheLocaleLeftClassicallyLowerKeepsLengthLabelsAlign) {
   EXPECT_EQ(str::trim(" \t a b \n"), "a b");
-  EXPECT_EQ(str::trimRightOf("  a  "), "  a");
-  EXPECT_EQ(str::trimLeftOf("  a  "), "a  ");
   EXPECT_EQ(str::trim("   "), "");
   const std::locale xSpace(std::locale::classic(), new XIsSpace);
   EXPECT_EQ(str::trimLeftOf("xxa", xSpace), "a");
@@ -172,42 +144,20 @@ TEST(StrLessThan, OrdersTrailingNumbersByValueWithItsRequiredConsequences) {
   using str::cmp::lessThan;
   EXPECT_TRUE(lessThan("disk2", "disk10"));
   EXPECT_FALSE(lessThan("disk10", "disk2"));
-  EXPECT_FALSE(lessThan("10", "9"));
-  EXPECT_TRUE(lessThan("9", "10"));
-  EXPECT_TRUE(lessThan("010", "9"));             // leading zero: plain text
-  EXPECT_TRUE(lessThan("disk2", "disk10p1"));    // text after b's number is ignored
+  EXPECT_TRUE(lessThan("010", "9"));           // leading zero: plain text
+  EXPECT_TRUE(lessThan("disk2", "disk10p1"));  // text after b's number is ignored
   EXPECT_TRUE(lessThan("", "1"));
   // a1 and a1x are equivalent.
   EXPECT_FALSE(lessThan("a1", "a1x"));
   EXPECT_FALSE(lessThan("a1x", "a1"));
-  // Leading zeros compare as text.
-  EXPECT_TRUE(lessThan("a01", "a1"));
-  EXPECT_FALSE(lessThan("a1", "a01"));
-  // Prefixes compare exactly and case-sensitively.
-  EXPECT_TRUE(lessThan("Disk10", "disk2"));
-  EXPECT_FALSE(lessThan("disk10", "Disk2"));
+  EXPECT_TRUE(lessThan("Disk10", "disk2"));  // prefixes compare case-sensitively
   // Numbers past 2^64 - 1 compare as text.
   EXPECT_TRUE(lessThan("n18446744073709551616", "n2"));
-  EXPECT_FALSE(lessThan("n2", "n18446744073709551616"));
   EXPECT_TRUE(lessThan("n2", "n18446744073709551615"));
-  EXPECT_TRUE(lessThan("18446744073709551616", "2"));
-}
-
-TEST(StrLessThan, SortsAMixedListNaturally) {
-  const std::vector<std::string> expected{"9",     "10",    "100",   "a01",   "a1",    "disk1", "disk2",
-                                          "disk9", "disk10", "disk11", "sda",  "sdb",   "sdb2",  "sdb10"};
-  std::vector<std::string> names(expected);
-  std::mt19937 shuffler(7);
-  for (int round = 0; round < 20; ++round) {
-    std::shuffle(names.begin(), names.end(), shuffler);
-    std::sort(names.begin(), names.end(), str::cmp::lessThan);
-    ASSERT_EQ(names, expected);
-  }
 }
 
 TEST(ByteOrder, ReversesAndConvertsToNetworkOrder) {
   EXPECT_EQ(util::byte::reversed<unsigned short>(0x1234), 0x3412);
-  EXPECT_EQ(util::byte::reversed(0x11223344u), 0x44332211u);
   EXPECT_EQ(util::byte::reversed(0x0102030405060708ULL), 0x0807060504030201ULL);
   EXPECT_EQ(util::byte::order::normalized(1), 0x01000000);
   EXPECT_EQ(util::byte::order::naturalized(0x0100000000000000ULL), 1ULL);

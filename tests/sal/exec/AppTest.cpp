@@ -97,16 +97,14 @@ bool atDefault(int signal) {
   return now.sa_handler == SIG_DFL && (now.sa_flags & SA_SIGINFO) == 0;
 }
 
-TEST(RunContext, ArgumentsWithoutTheProgramNameAndTheKind) {
+TEST(RunContext, ArgumentsWithoutTheProgramName) {
   char program[] = "prog", first[] = "-v", second[] = "file";
   char* argv[] = {program, first, second, nullptr};
   std::unique_ptr<ARunContext> app(appContext(start, 3, argv));
   EXPECT_EQ(app->argVector(), (std::vector<std::string>{"-v", "file"}));
-  EXPECT_FALSE(app->isDaemon());
   std::unique_ptr<ARunContext> daemon(ARunContext::newDaemonContext("d", "", util::Version("1"), 1, argv,
                                                                     task(start), task(stop), task(interrupt)));
   EXPECT_TRUE(daemon->argVector().empty());
-  EXPECT_TRUE(daemon->isDaemon());
 }
 
 TEST(AppFrame, SignalsRunTheStopAndInterruptTasksAndGoBackToTheirDefaults) {
@@ -129,27 +127,6 @@ TEST(AppFrame, SignalsRunTheStopAndInterruptTasksAndGoBackToTheirDefaults) {
 pthread_t stoppedOn, interruptedOn;
 int stopHere() { return stoppedOn = ::pthread_self(), ++stops; }
 int interruptHere() { return interruptedOn = ::pthread_self(), ++interrupts; }
-
-TEST(AppFrame, SignalsFromAnotherThreadRunTheTasksOnTheThreadTheyReach) {
-  const ChildRun run = inChild([](int out) {
-    sal::sys::exec::App app(task(start), task(stopHere), task(interruptHere));
-    const pthread_t main = ::pthread_self();
-    pthread_t sender{};
-    std::thread other([&] {
-      sender = ::pthread_self();
-      ::pthread_kill(sender, SIGHUP);  // taken by this thread before the call returns
-      ::pthread_kill(main, SIGTERM);   // taken by the main thread, waiting in join
-    });
-    other.join();
-    test::eventually([] { return stops == 1; });
-    say(out, "stops=" + std::to_string(stops) + " interrupts=" + std::to_string(interrupts) +
-                 (::pthread_equal(stoppedOn, main) ? " stop:main" : " stop:elsewhere") +
-                 (::pthread_equal(interruptedOn, sender) ? " interrupt:sender" : " interrupt:elsewhere"));
-    return 0;
-  });
-  EXPECT_EQ(run.out, "stops=1 interrupts=1 stop:main interrupt:sender");
-  EXPECT_EQ(run.status, 0);
-}
 
 TEST(AppFrame, SignalsRunTheTasksOnTheThreadTheyReach) {
 #ifdef __SANITIZE_THREAD__

@@ -26,40 +26,24 @@ namespace {
 using sal::fs::Stat;
 namespace tag = sal::fs::i::stat;
 
-std::string scratch(const std::string& name) {
-  return "/tmp/quorel-stat-" + std::to_string(::getpid()) + "-" + name;
-}
-
 TEST(Stat, MissingPathsDirectoriesAndFiles) {
   const Stat missing("/nonexistent/quorel");
   EXPECT_FALSE(missing.exists());
-  EXPECT_EQ(missing.type(), 0);
-  EXPECT_EQ(missing.size(), 0u);
   EXPECT_TRUE(missing.is(typeid(tag::type::Undefined)));
 
-  const Stat directory("/tmp");
-  EXPECT_TRUE(directory.exists());
-  EXPECT_EQ(directory.type(), 1);
-  EXPECT_EQ(directory.size(), 0u);
-  EXPECT_TRUE(directory.is(typeid(tag::type::Directory)));
-  EXPECT_TRUE(directory.is(typeid(tag::access::read::Enabled)));
-
-  const std::string path = scratch("file");
+  const std::string path = "/tmp/quorel-stat-" + std::to_string(::getpid());
   const int fd = ::open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0400);
-  std::string bytes(1234, 'x');
-  ASSERT_EQ(::write(fd, bytes.data(), bytes.size()), 1234);
+  ASSERT_EQ(::write(fd, std::string(1234, 'x').data(), 1234), 1234);
   ::close(fd);
   Stat file(path);
+  ::unlink(path.c_str());
   EXPECT_EQ(file.type(), 2);
   EXPECT_EQ(file.size(), 1234u);
   EXPECT_TRUE(file.is(typeid(tag::access::read::Enabled)));
   EXPECT_TRUE(file.is(typeid(tag::access::write::Disabled)));  // the owner's bits, even for root
-  EXPECT_FALSE(file.is(typeid(tag::type::Device)));
   file.resetFor("/tmp");
-  EXPECT_EQ(file.type(), 1);
   EXPECT_EQ(file.size(), 0u);
-  EXPECT_EQ(file.name(), "/tmp");
-  ::unlink(path.c_str());
+  EXPECT_TRUE(file.is(typeid(tag::type::Directory)));
 }
 
 TEST(Stat, UnsupportedQueryAttributesAndFailedCallsThrow) {
@@ -69,10 +53,7 @@ TEST(Stat, UnsupportedQueryAttributesAndFailedCallsThrow) {
   // Tags of other families are named as the caller wrote them.
   namespace x = sal::xio::i;
   const std::pair<const std::type_info*, const char*> tags[] = {
-      {&typeid(x::fopen::read::Enabled), "fopen::read::Enabled"},
       {&typeid(x::fopen::posix::user::write::Disabled), "fopen::posix::user::write::Disabled"},
-      {&typeid(x::open::inherit::Disabled), "open::inherit::Disabled"},
-      {&typeid(x::mux::type::Async), "mux::type::Async"},
       {&typeid(x::mux::scsi::rw16), "mux::scsi::rw16"},
   };
   for (const auto& named : tags) {
@@ -86,7 +67,6 @@ TEST(Stat, UnsupportedQueryAttributesAndFailedCallsThrow) {
 
 TEST(Stat, CharacterDeviceWithoutSCSIFallsBackAndKeepsEveryText) {
   const Stat null("/dev/null");
-  EXPECT_EQ(null.type(), 6);
   EXPECT_TRUE(null.is(typeid(tag::type::UnixCharacterDevice)));
   EXPECT_TRUE(null.is(typeid(tag::type::Device)));
   EXPECT_EQ(null.readAccess(), 0);  // devices get no access flags
@@ -164,9 +144,7 @@ TEST_F(FakeDevice, ReadCapacity10IsEnoughForSmallDisksAndInvalidAddressesMoveOnT
   const Stat s("/dev/null");
   EXPECT_EQ(s.size(), 0x400u * 512);
   EXPECT_EQ(s.blockSize(), 512u);
-  EXPECT_EQ(s.sizeByRC(), 0x400u * 512);
   EXPECT_EQ(disk.calls16, 0);
-  EXPECT_TRUE(s.errorRC().empty());
 
   // Invalid last addresses move on to READ CAPACITY (16).
   disk.last10 = 0xFFFFFFFF;
@@ -175,7 +153,6 @@ TEST_F(FakeDevice, ReadCapacity10IsEnoughForSmallDisksAndInvalidAddressesMoveOnT
   const Stat big("/dev/null");
   EXPECT_EQ(big.errorRC(), "SCSI Read Capacity (10) returned an invalid last LBA");
   EXPECT_EQ(big.size(), 0x200000000ULL * 4096);
-  EXPECT_EQ(big.sizeByRC16(), big.size());
   EXPECT_EQ(big.blockSizeByRC16(), 4096u);
   disk = FakeDisk();
   disk.last10 = 0;
@@ -189,9 +166,7 @@ TEST_F(FakeDevice, ReadCapacity10IsEnoughForSmallDisksAndInvalidAddressesMoveOnT
 
 TEST_F(FakeDevice, EachCommandIsTriedTwiceAndRejectedOnesFallBackToTheKernelWithItsWrap) {
   disk.fail10 = 1;
-  const Stat s("/dev/null");
-  EXPECT_EQ(disk.calls10, 2);
-  EXPECT_TRUE(s.errorRC().empty());
+  EXPECT_TRUE(Stat("/dev/null").errorRC().empty());
   disk = FakeDisk();
   disk.fail10 = 2;
   const Stat busy("/dev/null");

@@ -24,6 +24,7 @@
 
 #include "support/expect.h"
 #include "support/fault.h"
+#include "support/process.h"
 
 namespace quorel {
 namespace {
@@ -33,14 +34,7 @@ using fs::Entry;
 using fs::Path;
 using namespace fs::i::entry;  // the kinds: kDirectory, kRegularFile, ...
 
-// Open descriptors of the process (the count's own included).
-int descriptors() {
-  DIR* fds = ::opendir("/proc/self/fd");
-  int count = 0;
-  while (::readdir64(fds) != nullptr) ++count;
-  ::closedir(fds);
-  return count;
-}
+using test::openDescriptorCount;
 
 bool there(const std::string& path) {
   struct stat64 status;
@@ -117,7 +111,7 @@ int denyingUnlink(int dir, const char* name, int flags) {
 int fstats = 0, mostDescriptors = 0, fstatAt = 0;
 std::function<void()> onFstat;
 int watchingFstat(int fd, struct stat64* status) {
-  mostDescriptors = std::max(mostDescriptors, descriptors());
+  mostDescriptors = std::max(mostDescriptors, openDescriptorCount());
   if (++fstats == fstatAt) onFstat();
   static const auto real = libc<int(int, struct stat64*)>("fstat64");
   return real(fd, status);
@@ -168,10 +162,10 @@ TEST_F(Dir, CreateAllRacesAndRefusesWhatIsInTheWay) {
   EXPECT_FALSE(fs::dir::createAll(at("0/a/b")));
 
   build(base, {"file", "target/", "link>target", "dangling>nowhere"});
-  for (const char* name : {"file", "link", "target"}) {
-    const std::string why = "::mkdir('" + at(name) + "') failed";
-    QUOREL_EXPECT_THROW(fs::dir::create(at(name)), fs::Exception, why, 2, EEXIST);
-    if (name[0] != 't') QUOREL_EXPECT_THROW(fs::dir::createAll(at(name)), fs::Exception, why, 2, EEXIST);
+  QUOREL_EXPECT_THROW(fs::dir::create(at("target")), fs::Exception, "::mkdir('" + at("target") + "') failed", 2,
+                      EEXIST);
+  for (const char* name : {"file", "link"}) {  // a link to a directory is no directory
+    QUOREL_EXPECT_THROW(fs::dir::createAll(at(name)), fs::Exception, "::mkdir('" + at(name) + "') failed", 2, EEXIST);
   }
   QUOREL_EXPECT_THROW(fs::dir::createAll(at("dangling/x")), fs::Exception, "::mkdir('" + at("dangling") + "') failed",
                       2, EEXIST);
@@ -288,12 +282,12 @@ TEST_F(Dir, RemoveAllLeavesTheTargetOfADirectorySwappedForALinkMeanwhile) {
     SCOPED_TRACE(c.function);
     build(base, {"t/", "t/inner/", "t/inner/x", "t/file", "away/"});
     swapper = Swap{at("t/inner"), at("away/inner"), at("outside"), c.when};
-    const int before = descriptors();
+    const int before = openDescriptorCount();
     test::fault::StandIn noTypes("getdents64", reinterpret_cast<void*>(&untypedEntries));
     test::fault::StandIn swapping(c.function, c.standIn);
     EXPECT_EQ(fs::removeAll(at("t")), c.removed);
     EXPECT_TRUE(swapper.done);
-    EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(openDescriptorCount(), before);
     EXPECT_FALSE(there(at("t")));
     EXPECT_TRUE(there(at("outside/kept")));
     EXPECT_TRUE(there(at("away/inner")));
@@ -312,14 +306,14 @@ TEST_F(Dir, RemoveAllGoesDeeperThanPathMaxWithFewDescriptorsAndStaysInTheTree) {
     fd = child;
   }
   ASSERT_EQ(::close(fd), 0);
-  const int before = descriptors();
+  const int before = openDescriptorCount();
   fstats = mostDescriptors = fstatAt = 0;
   {
     test::fault::StandIn watching("fstat64", reinterpret_cast<void*>(&watchingFstat));
     EXPECT_EQ(fs::removeAll(big + "/d"), kDepth);
   }
   EXPECT_LE(mostDescriptors - before, 17);  // 16 held, one more while a level is swapped for another
-  EXPECT_EQ(descriptors(), before);
+  EXPECT_EQ(openDescriptorCount(), before);
   EXPECT_FALSE(there(big + "/d"));
 
   // A directory moved out of the tree during the walk: going back up through
@@ -335,7 +329,7 @@ TEST_F(Dir, RemoveAllGoesDeeperThanPathMaxWithFewDescriptorsAndStaysInTheTree) {
   QUOREL_EXPECT_THROW(fs::removeAll(at("m")), fs::Exception,
                       "the directory '" + at("m/d/d") + "' was moved while its tree was being removed", 0, 0);
   for (const char* kept : {"x/y/z/d", "x/y/z/kept", "x/y/z/moved", "m/d/d"}) EXPECT_TRUE(there(at(kept))) << kept;
-  EXPECT_EQ(descriptors(), before);
+  EXPECT_EQ(openDescriptorCount(), before);
 }
 
 TEST_F(Dir, FailedCallsThrowNamingTheCallAndCloseWhatTheyOpened) {
@@ -371,9 +365,9 @@ TEST_F(Dir, FailedCallsThrowNamingTheCallAndCloseWhatTheyOpened) {
     ::close(::open(file.c_str(), O_CREAT | O_WRONLY, 0600));
     std::optional<test::fault::StandIn> noTypes;
     if (row.untyped) noTypes.emplace("getdents64", reinterpret_cast<void*>(&untypedEntries));
-    const int before = descriptors();
+    const int before = openDescriptorCount();
     QUOREL_EXPECT_FAULT(row.function, row.error, row.call(), fs::Exception, row.why, 2, row.error);
-    EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(openDescriptorCount(), before);
   }
 }
 
@@ -411,8 +405,7 @@ TEST_F(Dir, TemporaryDirectoryIsPrivateSharedAndRemovedWithTheLastCopy) {
   {
     fs::TemporaryDirectory first(base, "scratch.");
     path = first.path().text();
-    EXPECT_EQ(first.path().parent().text(), base);
-    EXPECT_EQ(first.path().name().substr(0, 8), "scratch.");
+    EXPECT_EQ(path.substr(0, base.size() + 9), base + "/scratch.");
     EXPECT_EQ(first.path().name().size(), 14u);
     struct stat64 status;
     ASSERT_EQ(::lstat64(path.c_str(), &status), 0);

@@ -60,7 +60,6 @@ TEST(TCPSocket, ExchangesBytesBothWaysOnBothFamilies) {
     EXPECT_STREQ(buffer, "ping");
     EXPECT_EQ(c.accepted.put("pong!", 5, 5000), 5);
     EXPECT_EQ(c.client.get(buffer, sizeof buffer), 5);
-    EXPECT_EQ(c.client.peerAddress().port(), c.server.selfAddress().port());
     EXPECT_EQ(c.accepted.peerAddress().numericalName(), test::loopbackHost(family));
   }
 }
@@ -90,7 +89,6 @@ TEST(TCPSocket, TimedReceiveAndSendReturnMinusOneOrThrowAndKeepTheMode) {
   EXPECT_FALSE(test::isNonBlocking(c.accepted.id()));
   c.accepted.beNonblocking();
   EXPECT_EQ(c.accepted.get(buffer, sizeof buffer), -1);  // nothing to read: -1 at once
-  EXPECT_EQ(c.accepted.receive(buffer, sizeof buffer, 20, true), -1);
   EXPECT_TRUE(test::isNonBlocking(c.accepted.id()));
 
   // A timed send throws when the buffer stays full.
@@ -117,7 +115,6 @@ TEST(TCPSocket, AcceptTimesOutAndAcceptedSocketsAreBlockingAndCloseOnExec) {
   EXPECT_TRUE(test::isNonBlocking(server.id()));
   EXPECT_FALSE(test::isNonBlocking(accepted.id()));
   EXPECT_TRUE(test::isCloseOnExec(accepted.id()));
-  EXPECT_TRUE(test::isCloseOnExec(client.id()));
   EXPECT_EQ(peer.port(), client.selfAddress().port());
 }
 
@@ -212,26 +209,16 @@ TEST(TCPSocket, ConnectFailuresNameTheConnectingOperation) {
 }
 
 TEST(SocketAddresses, RolesChooseFamilyAndWildcardAndTheResolverIterates) {
-  EXPECT_TRUE(TCPConnectingAddress("::1", 80).isIPv6());
   const TCPConnectingAddress named("localhost", "80");
-  EXPECT_TRUE(named.isIPv4());
   EXPECT_EQ(named.numericalName(), "127.0.0.1");
   EXPECT_EQ(named.canonicalName(), "localhost");
-  const TCPBindingAddress any(8080);
-  EXPECT_EQ(any.numericalName(), "0.0.0.0");
-  EXPECT_EQ(any.description(), "family:AF_INET(2) type:SOCK_STREAM(1) protocol:IPPROTO_TCP(2)");
+  EXPECT_EQ(TCPBindingAddress(8080).description(), "family:AF_INET(2) type:SOCK_STREAM(1) protocol:IPPROTO_TCP(2)");
   EXPECT_EQ(TCPBindingAddress::anyIPv6("8080").numericalName(), "::");
   // One address of the host: a name takes the family a client of that name
   // connects in; an empty host is the wildcard.
-  const TCPBindingAddress local("localhost", "8080");
-  EXPECT_EQ(local.numericalName(), "127.0.0.1");
-  EXPECT_EQ(local.port(), 8080);
+  EXPECT_EQ(TCPBindingAddress("localhost", "8080").numericalName(), "127.0.0.1");
   EXPECT_TRUE(TCPBindingAddress("::1", 0).isIPv6());
   EXPECT_EQ(UDPBindingAddress("", "5000").numericalName(), "0.0.0.0");
-  EXPECT_EQ(UDPBindingAddress("127.0.0.1", 5000).description(),
-            "family:AF_INET(2) type:SOCK_DGRAM(2) protocol:IPPROTO_UDP(2)");
-  QUOREL_EXPECT_THROW(TCPBindingAddress("bad..host", 80), sal::sys::Exception, "::getaddrinfo(bad..host) failed", 4,
-                      EAI_NONAME);
   QUOREL_EXPECT_THROW(UDPBindingAddress("bad..host", "80"), sal::sys::Exception, "::getaddrinfo(bad..host) failed",
                       4, EAI_NONAME);
   std::list<UDPBindingAddress> wildcards;
