@@ -525,6 +525,8 @@ TEST(Dispatchers, OffsetsAbove4GiBReachTheFile) {
     EXPECT_EQ(handler.events[3].request, request.get());
     ASSERT_EQ(::pread64(fd, back, length, at), length);
     EXPECT_EQ(std::string(back, length), text);
+    ASSERT_EQ(::pread64(fd, back, 6, at + 4096), 6);  // count and offset alone reach the file unchanged
+    EXPECT_EQ(std::string(back, 6), "beyond");
   }
   struct stat64 status;
   ASSERT_EQ(::fstat64(fd, &status), 0);
