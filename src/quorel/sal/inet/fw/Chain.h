@@ -152,7 +152,8 @@ class Chain {
   /// back as a rule from any source; found in one family only, with the
   /// source 0.0.0.0/0 or ::/0. Lines the programs print that are no rule
   /// of this class's form (comments such as "# Warning: iptables-legacy
-  /// tables present", a rule put into the chain by hand) are skipped.
+  /// tables present", a rule put into the chain by hand) are skipped. A
+  /// family without the chain fails with the program's status 1.
   std::list<DynamicRule> list() const;
   /// Deletes every rule of the chain; it stays installed.
   void flush();

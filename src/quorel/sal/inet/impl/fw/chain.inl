@@ -65,19 +65,21 @@ int numberOf(const std::string& text) {
   return number <= 65535 ? number : -1;
 }
 
-// A rule of a family's "-S <chain>" listing, as this class writes them (in
-// the order the programs print them, "-m tcp" included); anything else is
-// not one of them.
+// A rule of a family's "-S <chain>" listing.
 struct Listed {
   bool anySource;
   inet::fw::DynamicRule rule;  // from 0.0.0.0/0 or ::/0 when anySource
 };
 
-bool parse(const std::string& line, family::code which, std::list<Listed>& into) {
+// Adds the rule of a "-S <chain>" line to into when it is one of the form
+// this class writes, as the programs print it back ("-s" first, "-m tcp"
+// after "-p tcp"); other lines (comments, the "-N" line, rules put into the
+// chain by hand) add nothing.
+void parse(const std::string& line, family::code which, std::list<Listed>& into) {
   std::istringstream words(line);
   std::vector<std::string> w;
   for (std::string word; words >> word;) w.push_back(word);
-  if (w.size() < 2 || w[0] != "-A" || w[1] != kChain) return false;
+  if (w.size() < 2 || w[0] != "-A" || w[1] != kChain) return;
   std::string source, proto, ports, target;
   for (size_t at = 2; at + 1 < w.size(); at += 2) {
     const std::string& option = w[at];
@@ -93,23 +95,22 @@ bool parse(const std::string& line, family::code which, std::list<Listed>& into)
     } else if (option == "-j" && target.empty()) {
       target = value;
     } else {
-      return false;
+      return;
     }
   }
-  if (w.size() % 2 != 0 || (proto != "tcp" && proto != "udp") || (target != "ACCEPT" && target != "DROP")) return false;
+  if (w.size() % 2 != 0 || (proto != "tcp" && proto != "udp") || (target != "ACCEPT" && target != "DROP")) return;
   const size_t colon = ports.find(':');
   const int first = numberOf(ports.substr(0, colon));
   const int last = colon == std::string::npos ? first : numberOf(ports.substr(colon + 1));
-  if (first < 1 || last < 1 || first > last) return false;
+  if (first < 1 || last < 1 || first > last) return;
   const bool any = source.empty();
   if (any) source = which == family::kIPv4 ? "0.0.0.0/0" : "::/0";
   const size_t slash = source.find('/');
   const int prefix = slash == std::string::npos ? -1 : numberOf(source.substr(slash + 1));
-  if (prefix < 0 || prefix > (which == family::kIPv4 ? 32 : 128)) return false;
+  if (prefix < 0 || prefix > (which == family::kIPv4 ? 32 : 128)) return;
   into.push_back(Listed{any, inet::fw::DynamicRule(target == "ACCEPT" ? action::kAccept : action::kDrop,
                                                    proto == "tcp" ? protocol::kTCP : protocol::kUDP, first, last,
                                                    inet::Address(source.substr(0, slash), which), prefix)});
-  return true;
 }
 
 // The one NamedMutex of this process for the chain: a second object of the
