@@ -101,7 +101,7 @@ class Spec {
 /// - a program that fails: "'<command line>' exited with status <n>: <its
 ///   standard error>" with the exit status as the code; the command line is
 ///   the program's name and arguments as given, the standard error's lines
-///   joined by "; ";
+///   joined by "; " and without a final full stop;
 /// - a program killed at the deadline: "'<command line>' ran past its
 ///   deadline of <n> ms and was killed" (code -1);
 /// - the chain hooked into INPUT through the other backend ("iptables

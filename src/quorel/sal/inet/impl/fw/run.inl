@@ -186,7 +186,8 @@ inline Outcome launch(const Run& run) {
 /// launch(), and a program that did not exit with status 0 throws
 /// inet::Exception "'<command line>' exited with status <n>: <standard
 /// error>" (or "... was ended by a signal: ..."), code the status, followed
-/// by run.note. The program's standard output.
+/// by run.note; the standard error's lines are joined by "; ", without a
+/// final full stop. The program's standard output.
 inline std::string outputOf(const Run& run) {
   Outcome outcome = launch(run);
   if (outcome.status == 0) return outcome.output;
@@ -198,7 +199,8 @@ inline std::string outputOf(const Run& run) {
       errors += c;
     }
   }
-  while (!errors.empty() && (errors.back() == ' ' || errors.back() == ';')) errors.pop_back();
+  // The message ends as the library's do, without a full stop.
+  while (!errors.empty() && (errors.back() == ' ' || errors.back() == ';' || errors.back() == '.')) errors.pop_back();
   const std::string how =
       outcome.status < 0 ? "was ended by a signal" : "exited with status " + std::to_string(outcome.status);
   QUOREL_THROW(inet::Exception)("'" + commandLineOf(run) + "' " + how + (errors.empty() ? "" : ": " + errors) +
