@@ -42,26 +42,28 @@ int jumps(const std::string& program) {
 }
 
 // Why firewall tests cannot run here ("" when they can): no namespaces, or no
-// working iptables and ip6tables in one.
-std::string firewallUnavailable() {
-  std::string why = test::netns::unavailable();
-  if (!why.empty()) return why;
-  test::netns::Namespace ns;
-  ns.run([&] {
-    for (const char* program : {"iptables", "ip6tables"}) {
-      std::string text;
-      if (why.empty() && test::netns::command({program, "-w", "5", "-S"}, &text) != 0) {
-        why = std::string(program) + " does not work here (no netfilter in the kernel, or not installed): " + text;
+// working iptables and ip6tables in one. Found out once.
+const std::string& firewallUnavailable() {
+  static const std::string reason = [] {
+    std::string why = test::netns::unavailable();
+    if (!why.empty()) return why;
+    test::netns::Namespace ns;
+    ns.run([&] {
+      for (const char* program : {"iptables", "ip6tables"}) {
+        std::string text;
+        if (why.empty() && test::netns::command({program, "-w", "5", "-S"}, &text) != 0) {
+          why = std::string(program) + " does not work here (no netfilter in the kernel, or not installed): " + text;
+        }
       }
-    }
-  });
-  return why;
+    });
+    return why;
+  }();
+  return reason;
 }
 
-#define QUOREL_FIREWALL_OR_SKIP()                                   \
-  do {                                                              \
-    static const std::string why = firewallUnavailable();          \
-    if (!why.empty()) GTEST_SKIP() << "skipped: " << why;           \
+#define QUOREL_FIREWALL_OR_SKIP()                                                           \
+  do {                                                                                      \
+    if (!firewallUnavailable().empty()) GTEST_SKIP() << "skipped: " << firewallUnavailable(); \
   } while (0)
 
 // A shell script of this process's own (removed with the object).
