@@ -501,9 +501,11 @@ TEST(Firewall, TheToolKeepsTheChainInANamespace) {
   QUOREL_NETNS_OR_SKIP();
   quorel::test::netns::Namespace ns;
   ns.run([] {
-    std::string why;
-    if (quorel::test::netns::command({"iptables", "-w", "5", "-S"}, &why) != 0) {
-      GTEST_SKIP() << "skipped: iptables does not work here: " << why;
+    for (const char* program : {"iptables", "ip6tables"}) {
+      std::string why;
+      if (quorel::test::netns::command({program, "-w", "5", "-S"}, &why) != 0) {
+        GTEST_SKIP() << "skipped: " << program << " does not work here: " << why;
+      }
     }
     const std::string kDone = "quorel.inet.fw.inbound: ";
     const struct {
