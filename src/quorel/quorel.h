@@ -57,6 +57,9 @@
 #include <quorel/sal/inet/Network.h>
 #include <quorel/sal/inet/Address.h>
 #include <quorel/sal/inet/impl/addr.h>
+#include <quorel/sal/inet/fw/i/rule.h>
+#include <quorel/sal/inet/fw/DynamicRule.h>
+#include <quorel/sal/inet/fw/Chain.h>
 #include <quorel/sal/sys/io/BSDSocket.h>
 #include <quorel/sal/sys/io/endpoint.h>
 #include <quorel/sal/io/AINETAddress.h>

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "../../tools/quorel/json.h"
+#include "support/netns.h"
 
 namespace {
 
@@ -307,7 +308,7 @@ TEST(QuorelTool, LockRunsOneHolderAtATime) {
 
 const char* const kCommands[] = {"info",    "stat",    "ls",      "rm",   "read",      "discard", "sense", "explain",
                                  "uuid",    "version", "resolve", "addr", "net-bench", "cat",     "run",   "lock",
-                                 "clock",   "links"};
+                                 "clock",   "links",   "fw"};
 
 TEST(QuorelTool, EveryCommandHasItsHelpAndItsPlaceInTheManualPage) {
   const std::string usage = run("help").out;
@@ -492,12 +493,53 @@ TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
                            "discard /tmp --offset 0 --length 1", "discard /tmp --offset 1 --length 512 --unmap",
                            "discard /tmp --offset 0 --length 1K --unmap --trim", "run --env =x true",
                            "run --env x true", "run --cwd", "lock name", "help a b", "net-bench --connections 0",
-                           "net-bench --seconds", "net-bench --size 1x", "net-bench --size 65537", "net-bench 4", "links lo eth0"}) {
+                           "net-bench --seconds", "net-bench --size 1x", "net-bench --size 65537", "net-bench 4", "links lo eth0", "fw", "fw frob",
+                           "fw list x", "fw allow tcp", "fw allow sctp 1", "fw remove tcp 1", "fw deny udp 1 to x"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;
     EXPECT_EQ(r.out.find('\n'), r.out.size() - 1) << args << ": " << r.out;
   }
+}
+
+TEST(Firewall, TheToolKeepsTheChainInANamespace) {
+  QUOREL_NETNS_OR_SKIP();
+  quorel::test::netns::Namespace ns;
+  ns.run([] {
+    for (const char* program : {"iptables", "ip6tables"}) {
+      std::string why;
+      if (quorel::test::netns::command({program, "-w", "5", "-S"}, &why) != 0) {
+        GTEST_SKIP() << "skipped: " << program << " does not work here: " << why;
+      }
+    }
+    const std::string kDone = "quorel.inet.fw.inbound: ";
+    const struct {
+      const char* args;
+      int status;
+      std::string out;
+    } rows[] = {
+        {"fw install", 0, kDone + "installed\n"},
+        {"fw deny tcp 23", 0, kDone + "added deny tcp 23\n"},
+        {"fw allow udp 5000:5010 from 10.1.2.3/8", 0, kDone + "added allow udp 5000:5010 from 10.0.0.0/8\n"},
+        {"fw allow tcp 443 from 2001:db8::1", 0, kDone + "added allow tcp 443 from 2001:db8::1/128\n"},
+        {"fw allow tcp 0", 1, "quorel: a port must be from 1 to 65535\n"},
+        {"fw list", 0, "deny tcp 23\nallow udp 5000:5010 from 10.0.0.0/8\nallow tcp 443 from 2001:db8::1/128\n"},
+        {"--json fw list", 0,
+         "[{\"action\": \"deny\", \"protocol\": \"tcp\", \"firstPort\": 23, \"lastPort\": 23, \"source\": null}, "
+         "{\"action\": \"allow\", \"protocol\": \"udp\", \"firstPort\": 5000, \"lastPort\": 5010, \"source\": "
+         "\"10.0.0.0/8\", \"family\": \"IPv4\"}, {\"action\": \"allow\", \"protocol\": \"tcp\", \"firstPort\": 443, "
+         "\"lastPort\": 443, \"source\": \"2001:db8::1/128\", \"family\": \"IPv6\"}]\n"},
+        {"fw remove deny tcp 23", 0, kDone + "removed deny tcp 23\n"},
+        {"fw flush", 0, kDone + "flushed\n"},
+        {"fw list", 0, ""},
+        {"fw uninstall --json", 0, "{\"chain\": \"quorel.inet.fw.inbound\", \"done\": \"uninstalled\"}\n"},
+    };
+    for (const auto& row : rows) {
+      const ToolRun r = run(row.args);
+      EXPECT_EQ(r.status, row.status) << row.args;
+      EXPECT_EQ(r.out, row.out) << row.args;
+    }
+  });
 }
 
 }  // namespace

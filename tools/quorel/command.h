@@ -90,6 +90,9 @@ int links(const std::vector<std::string>& args);
 int run(const std::vector<std::string>& args);
 int lock(const std::vector<std::string>& args);
 
+// The inbound firewall chain.
+int firewall(const std::vector<std::string>& args);
+
 }  // namespace tool
 
 #endif

@@ -88,6 +88,16 @@ const Command kCommands[] = {
     {"lock", "NAME PROGRAM ARGS...", "run a program while holding a named mutex",
      "Runs PROGRAM as run does while holding the named mutex NAME (a record lock on a file in /tmp), so "
      "that one such program runs at a time, like flock(1)."},
+    {"fw", "install|uninstall|list|flush | allow|deny|remove ... tcp|udp PORT[:LAST] [from ADDRESS[/PREFIX]]",
+     "the inbound firewall chain: install it, add, remove and list its rules",
+     "Keeps the chain quorel.inet.fw.inbound in the filter table of iptables and ip6tables, hooked once into "
+     "INPUT ahead of its other rules. install creates and hooks it (again: nothing happens), uninstall "
+     "unhooks and deletes it with its rules, flush deletes its rules, list prints them in the words allow "
+     "and deny take. allow and deny append a rule that lets in or drops TCP or UDP packets to PORT (or the "
+     "ports PORT to LAST) from anywhere, in both families, or from the network ADDRESS/PREFIX (a host without "
+     "PREFIX) in its own family; remove deletes one such rule. Rules of other tools are never touched. A "
+     "program that fails gives its status and its own message; one that does not end within 20 seconds is "
+     "killed."},
     {"clock", "", "the wall clock and the monotonic tick",
      "Prints the wall clock in microseconds, milliseconds and seconds since the epoch, and the monotonic "
      "tick in nanoseconds."},

@@ -18,6 +18,7 @@
 //   quorel discard PATH ...      UNMAP or TRIM of a byte range
 //   quorel run [OPTIONS] PROGRAM ARGS...  starts a program and exits with its status
 //   quorel lock NAME PROGRAM ARGS...      runs a program while holding a named mutex
+//   quorel fw OPERATION [RULE]            keeps the inbound firewall chain
 //
 // Exit status: 0 success, 1 a library operation failed, 2 bad usage.
 #include <algorithm>
@@ -381,6 +382,7 @@ int dispatch(const std::string& command, const std::vector<std::string>& args) {
   if (command == "discard") return tool::discard(args);
   if (command == "run") return tool::run(args);
   if (command == "lock") return tool::lock(args);
+  if (command == "fw") return tool::firewall(args);
   throw UsageError{"unknown command '" + command + "'"};
 }
 

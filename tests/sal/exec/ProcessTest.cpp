@@ -136,6 +136,16 @@ TEST(Process, ExitCodesAndASignalledChildAreRemembered) {
   for (int& code : codes) waiters.emplace_back([&slow, &code] { code = slow.wait(); });
   for (std::thread& t : waiters) t.join();
   for (int code : codes) EXPECT_EQ(code, 5);
+
+  // tryWait never blocks: false while the child runs, then true with the
+  // code kept for wait().
+  Process sleeper = Process::create("/bin/sleep", {"30"}, LaunchProperty());
+  EXPECT_FALSE(sleeper.tryWait());
+  sleeper.die();
+  EXPECT_TRUE(test::eventually([&] { return sleeper.tryWait(); }));
+  EXPECT_TRUE(sleeper.tryWait());
+  EXPECT_EQ(sleeper.wait(), -1);
+  EXPECT_TRUE(Process(three).tryWait());
 }
 
 // The live processes of a process group.
@@ -236,6 +246,7 @@ TEST(Process, ADetachedProgramRunsInASessionOfItsOwn) {
   EXPECT_NE(self, detached.id());
   EXPECT_NE(session, ::getsid(0));
   QUOREL_EXPECT_THROW(detached.wait(), sal::sys::Exception, "::waitpid() failed", kSystemCall, ECHILD);
+  QUOREL_EXPECT_THROW(detached.tryWait(), sal::sys::Exception, "::waitpid() failed", kSystemCall, ECHILD);
 }
 
 TEST(Process, TheCallingProcessFailuresDirectoryAndEnvironment) {

@@ -87,6 +87,13 @@ int Process::wait() {
   return p.exitCode;
 }
 
+bool Process::tryWait() {
+  impl::Process& p = *handle_.operator->();
+  util::ALockLatchFor<Mutex> latch(p.mutex);
+  if (!p.waited) p.waited = sys::exec::proc::tryWait(p.pid, p.exitCode);
+  return p.waited;
+}
+
 void Process::interrupt() { sys::exec::proc::interrupt(handle_->pid); }
 void Process::quit() { sys::exec::proc::quit(handle_->pid); }
 void Process::die() { sys::exec::proc::kill(handle_->pid); }

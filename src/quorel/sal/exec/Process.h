@@ -156,6 +156,11 @@ class Process : public i::Process {
   /// The exit status, or -1 when a signal ended it. Waits once; later calls
   /// (from any thread) return the same code.
   int wait() override;
+  /// Does not block: false while the process runs; true once it has ended,
+  /// after which wait() returns its code at once. Waits for the object's
+  /// mutex while another thread is in wait(). Throws sys::Exception
+  /// "::waitpid() failed" (ECHILD for a detached launch).
+  bool tryWait();
   /// SIGQUIT, SIGTERM and SIGKILL to the child's process group.
   void interrupt() override;
   void quit() override;

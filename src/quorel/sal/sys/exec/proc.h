@@ -68,6 +68,10 @@ handle exec(const std::string& path, const ArgList& args, const LaunchProperty& 
 /// waitpid: the exit status of a child that exited, -1 for one ended by a
 /// signal. Throws sys::Exception "::waitpid() failed" (errno).
 int wait(handle pid);
+/// waitpid with WNOHANG: false while the child runs; true once it has ended,
+/// with code set as wait() sets it (the child is then reaped). Throws
+/// sys::Exception "::waitpid() failed" (errno).
+bool tryWait(handle pid, int& code);
 
 /// SIGTERM, SIGQUIT and SIGKILL to the process group -pid; results ignored.
 void quit(int& pid);

@@ -161,6 +161,20 @@ int wait(handle pid) {
   return (status & 0x7f) == 0 ? (status >> 8) & 0xff : -1;
 }
 
+bool tryWait(handle pid, int& code) {
+  int status = 0;
+  pid_t result;
+  while ((result = ::waitpid(pid, &status, WNOHANG)) == -1 && errno == EINTR) {
+  }
+  if (result == -1) {
+    const int error = errno;
+    QUOREL_THROW(sys::Exception)("::waitpid() failed", kSystemCall, error);
+  }
+  if (result == 0) return false;
+  code = (status & 0x7f) == 0 ? (status >> 8) & 0xff : -1;
+  return true;
+}
+
 void quit(int& pid) { ::kill(-pid, SIGTERM); }
 void interrupt(int& pid) { ::kill(-pid, SIGQUIT); }
 void kill(int& pid) { ::kill(-pid, SIGKILL); }
