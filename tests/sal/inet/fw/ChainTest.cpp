@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <iostream>
 #include <list>
 #include <string>
 #include <vector>
@@ -54,6 +55,25 @@ const std::string& firewallUnavailable() {
         if (why.empty() && test::netns::command({program, "-w", "5", "-S"}, &text) != 0) {
           why = std::string(program) + " does not work here (no netfilter in the kernel, or not installed): " + text;
         }
+      }
+    });
+    return why;
+  }();
+  return reason;
+}
+
+// Why the legacy backend cannot be used beside the default one ("" when it
+// can): not installed, or the kernel has no legacy tables.
+const std::string& legacyUnavailable() {
+  static const std::string reason = [] {
+    if (sal::sys::exec::proc::resolve("iptables-legacy").empty()) return std::string("iptables-legacy is not installed");
+    std::string why;
+    test::netns::Namespace ns;
+    ns.run([&] {
+      for (const char* program : {"iptables-legacy", "ip6tables-legacy"}) {
+        std::string text;
+        if (why.empty() && test::netns::command({program, "-w", "5", "-S"}, &text) != 0)
+          why = std::string(program) + " does not work here (no legacy tables in the kernel): " + text;
       }
     });
     return why;
@@ -225,7 +245,11 @@ TEST(Firewall, ProcessesInstallingAndAddingAtOnceAllSucceed) {
   // Both backends where both are installed: the legacy programs take the
   // xtables lock for each change, which concurrent callers queue for.
   std::vector<std::string> backends = {""};
-  if (!sal::sys::exec::proc::resolve("iptables-legacy").empty()) backends.push_back("-legacy");
+  if (legacyUnavailable().empty()) {
+    backends.push_back("-legacy");
+  } else {
+    std::cout << "[   NOTE   ] the legacy backend is not tried: " << legacyUnavailable() << "\n";
+  }
   for (const std::string& backend : backends) {
     SCOPED_TRACE("iptables" + backend);
     fw::Spec spec;
@@ -314,8 +338,9 @@ TEST(Firewall, AChainHookedThroughTheOtherBackendIsReportedAndCommentsAreSkipped
   QUOREL_FIREWALL_OR_SKIP();
   std::string version;
   test::netns::command({"iptables", "--version"}, &version);
-  if (version.find("(nf_tables)") == std::string::npos || sal::sys::exec::proc::resolve("iptables-legacy").empty()) {
-    GTEST_SKIP() << "skipped: needs iptables on nf_tables and iptables-legacy beside it; iptables is " << version;
+  if (version.find("(nf_tables)") == std::string::npos || !legacyUnavailable().empty()) {
+    GTEST_SKIP() << "skipped: needs iptables on nf_tables and a working iptables-legacy beside it; iptables is "
+                 << version << legacyUnavailable();
   }
   test::netns::Namespace ns;
   ns.run([] {
