@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -39,6 +40,21 @@ ToolRun run(const std::string& arguments, bool withErrors = true) {
   return result;
 }
 
+// A command line, its exit status and its whole output.
+struct Row {
+  std::string args;
+  int status;
+  std::string out;
+};
+
+void expectRows(const std::vector<Row>& rows) {
+  for (const Row& row : rows) {
+    const ToolRun r = run(row.args);
+    EXPECT_EQ(r.status, row.status) << row.args;
+    EXPECT_EQ(r.out, row.out) << row.args;
+  }
+}
+
 void writeFile(const std::string& path, const std::string& text) {
   FILE* f = std::fopen(path.c_str(), "w");
   std::fputs(text.c_str(), f);
@@ -64,11 +80,7 @@ TEST(QuorelTool, WithoutArgumentsDescribesTheHost) {
 // Commands whose whole output is known: the status and every byte of it.
 TEST(QuorelTool, CommandsPrintExactlyTheirTexts) {
   const std::string kHint = " (run 'quorel help' for usage)\n";
-  const struct {
-    const char* args;
-    int status;
-    std::string out;
-  } rows[] = {
+  expectRows({
       {"explain 5 0x8000000", 0, "domain 5: SCSI CDB error\ncode 134217728 (0x8000000): SG_IO driver_status 0x08 DRIVER_SENSE\n"},
       {"explain 2 13", 0, "domain 2: system call error\ncode 13 (0xd): Permission denied\n"},
       {"explain 9 0xffffffff", 0, "domain 9: unknown error domain\ncode -1 (0xffffffff): unknown error code\n"},
@@ -99,12 +111,7 @@ TEST(QuorelTool, CommandsPrintExactlyTheirTexts) {
        "00000000 2400\"}\n"},
       {"stat /nonexistent/quorel --json", 0, "[{\"path\": \"/nonexistent/quorel\", \"exists\": false}]\n"},
       {"links no-such-link0", 1, "quorel: no link is named 'no-such-link0' - No such device\n"},
-  };
-  for (const auto& row : rows) {
-    const ToolRun r = run(row.args);
-    EXPECT_EQ(r.status, row.status) << row.args;
-    EXPECT_EQ(r.out, row.out) << row.args;
-  }
+  });
   // Outputs that depend on the host or the moment: their fixed parts.
   EXPECT_NE(run("resolve ::1").out.find("IPv6  ::1  port 0"), std::string::npos);
   EXPECT_NE(run("addr 2001:db8::7/64").out.find("broadcast  2001:db8::ffff:ffff:ffff:ffff"), std::string::npos);
@@ -513,11 +520,7 @@ TEST(Firewall, TheToolKeepsTheChainInANamespace) {
       }
     }
     const std::string kDone = "quorel.inet.fw.inbound: ";
-    const struct {
-      const char* args;
-      int status;
-      std::string out;
-    } rows[] = {
+    expectRows({
         {"fw install", 0, kDone + "installed\n"},
         {"fw deny tcp 23", 0, kDone + "added deny tcp 23\n"},
         {"fw allow udp 5000:5010 from 10.1.2.3/8", 0, kDone + "added allow udp 5000:5010 from 10.0.0.0/8\n"},
@@ -533,12 +536,7 @@ TEST(Firewall, TheToolKeepsTheChainInANamespace) {
         {"fw flush", 0, kDone + "flushed\n"},
         {"fw list", 0, ""},
         {"fw uninstall --json", 0, "{\"chain\": \"quorel.inet.fw.inbound\", \"done\": \"uninstalled\"}\n"},
-    };
-    for (const auto& row : rows) {
-      const ToolRun r = run(row.args);
-      EXPECT_EQ(r.status, row.status) << row.args;
-      EXPECT_EQ(r.out, row.out) << row.args;
-    }
+    });
   });
 }
 
