@@ -245,6 +245,10 @@ QUOREL_INTERPOSE(int, dup2, (int from, int to), (from, to), true, { errno = erro
 QUOREL_INTERPOSE(pid_t, setsid, (), (), true, { errno = error; return -1; })
 QUOREL_INTERPOSE(pid_t, waitpid, (pid_t pid, int* status, int options), (pid, status, options), false,
                  { errno = error; return -1; })
+// libc's clone entry under its own name, which the library calls (see
+// sal/sys/exec/spawn.inl); no sanitizer run-time calls it.
+QUOREL_INTERPOSE(int, __clone, (int (*fn)(void*), void* stack, int flags, void* arg), (fn, stack, flags, arg), true,
+                 { errno = error; return -1; })
 
 // ThreadSanitizer calls several of these while it starts, before it can run
 // instrumented code: a definition here would take those calls. Its build

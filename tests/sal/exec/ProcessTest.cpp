@@ -1,15 +1,22 @@
 // Launching programs: the search path, standard handles, environment,
-// working directory, exit codes, process-group signals, the child's signal
-// mask, detached launches, and the calling process's helpers.
+// working directory, exit codes, the child's failing steps, process-group
+// signals, the child's signal mask, detached launches, and the calling
+// process's helpers. The launch cases run through both ways of making the
+// child: fork (the default) and op::Spawn.
 #include <dirent.h>
+#include <dlfcn.h>
 #include <sched.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <thread>
 #include <sstream>
@@ -83,21 +90,35 @@ TEST(Process, TheSearchPathIsWalkedAsGiven) {
                       "unable to locate the specified file to excute", kSystemCall, 2);
 }
 
-TEST(Process, StandardOutputGoesThroughAPipeAndTheEnvironmentIsTheMapAlone) {
+// The launch cases, run once with fork and once with op::Spawn.
+class ProcessLaunch : public testing::TestWithParam<bool> {
+ protected:
+  bool spawned() const { return GetParam(); }
+  // An empty launch property for this run's way.
+  LaunchProperty property() const {
+    LaunchProperty lp;
+    lp.hint(op::Spawn(spawned()));
+    return lp;
+  }
+};
+INSTANTIATE_TEST_SUITE_P(, ProcessLaunch, testing::Bool(),
+                         [](const testing::TestParamInfo<bool>& way) { return way.param ? "Spawn" : "Fork"; });
+
+TEST_P(ProcessLaunch, StandardOutputGoesThroughAPipeAndTheEnvironmentIsTheMapAlone) {
   const int before = test::openDescriptorCount();
-  EXPECT_EQ(output("/usr/bin/env", LaunchProperty()), "");  // no environment at all
-  LaunchProperty lp;
+  EXPECT_EQ(output("/usr/bin/env", property()), "");  // no environment at all
+  LaunchProperty lp = property();
   lp.set(op::EnvVars({{"B", "2"}, {"PATH", "/usr/bin:/bin"}}));
   lp.set(op::EnvVars({{"B", "other"}, {"C", "3"}}));  // B keeps its value
   EXPECT_EQ(output("env", lp), "B=2\nC=3\nPATH=/usr/bin:/bin\n");
   EXPECT_EQ(test::openDescriptorCount(), before);
 }
 
-TEST(Process, StandardHandlesAreInheritedClosedOrReplaced) {
+TEST_P(ProcessLaunch, StandardHandlesAreInheritedClosedOrReplaced) {
   // Override descriptors count only for a replaced slot: standard input
   // stays closed and standard error (mode 0) stays the test's.
   xio::Pipe first{xio::open::Spec(), xio::open::Spec()}, second{xio::open::Spec(), xio::open::Spec()};
-  LaunchProperty lp;
+  LaunchProperty lp = property();
   lp.set(op::StdOutput(first.forWrite())).close(op::StdInput());
   const unsigned int fd = second.forWrite().id();
   const std::string ours = "/proc/" + std::to_string(::getpid()) + "/fd/2";
@@ -110,27 +131,69 @@ TEST(Process, StandardHandlesAreInheritedClosedOrReplaced) {
   EXPECT_EQ(child.wait(), 0);
 }
 
-TEST(Process, TheWorkingDirectoryAndAChildThatCannotEnterIt) {
-  LaunchProperty lp;
+TEST_P(ProcessLaunch, TheWorkingDirectoryAndTheChildsFailingSteps) {
+  LaunchProperty lp = property();
   lp.set(op::WorkingDirectory("/tmp", 7));
   EXPECT_EQ(output("/bin/pwd", lp), "/tmp\n");
-  LaunchProperty missing;
-  missing.set(op::WorkingDirectory("/nonexistent/quorel"));
-  int status = 0;
-  const std::string text = output("/bin/pwd", missing, &status, true);
-  EXPECT_EQ(status, 127);
-  EXPECT_NE(text.find("::chdir(\"/nonexistent/quorel\") failed"), std::string::npos) << text;
+
+  // A step that fails fails in the child as it fails in this process
+  // (sal/exec: setCurrentDirectory, the standard handle helpers). A forked
+  // child reports it on its standard error and exits 127; a spawned child's
+  // is thrown by create, the child reaped.
+  const int before = test::openDescriptorCount();
+  struct Step {
+    LaunchProperty lp;
+    std::string why;
+    int code;
+  } steps[] = {{property(), "::chdir(\"/nonexistent/quorel\") failed", ENOENT},
+               {property(), "::dup2() failed", EBADF}};
+  steps[0].lp.set(op::WorkingDirectory("/nonexistent/quorel"));
+  steps[1].lp.set(op::StdInput(xio::Endpoint::open("nothing")));  // no descriptor to give
+  for (Step& step : steps) {
+    if (spawned()) {
+      QUOREL_EXPECT_THROW(Process::create("/bin/pwd", {}, step.lp), sal::sys::Exception, step.why, kSystemCall,
+                          step.code);
+      continue;
+    }
+    // The child inherits the standard error, this process's made a pipe for the while.
+    xio::Pipe pipe{xio::open::Spec(), xio::open::Spec()};
+    const int saved = ::dup(2);
+    ::dup2(static_cast<int>(pipe.forWrite().id()), 2);
+    Process child = Process::create("/bin/pwd", {}, step.lp);
+    ::dup2(saved, 2);
+    ::close(saved);
+    EXPECT_EQ(drain(pipe), "quorel: launching /bin/pwd: " + step.why + " - " + std::strerror(step.code) + "\n");
+    EXPECT_EQ(child.wait(), 127);
+  }
+
+  // A program that cannot be executed: a forked child aborts (no core file),
+  // a spawned one's execve failure is thrown.
+  char name[] = "/tmp/quorel-not-executable-XXXXXX";
+  ::close(::mkstemp(name));
+  rlimit core, none;
+  ::getrlimit(RLIMIT_CORE, &core);
+  none = {0, core.rlim_max};
+  ::setrlimit(RLIMIT_CORE, &none);
+  if (spawned()) {
+    QUOREL_EXPECT_THROW(Process::create(name, {}, property()), sal::sys::Exception,
+                        "::execve('" + std::string(name) + "') failed", kSystemCall, EACCES);
+  } else {
+    EXPECT_EQ(Process::create(name, {}, property()).wait(), -1);
+  }
+  ::setrlimit(RLIMIT_CORE, &core);
+  ::unlink(name);
+  EXPECT_EQ(test::openDescriptorCount(), before);
 }
 
-TEST(Process, ExitCodesAndASignalledChildAreRemembered) {
-  Process three = Process::create("/bin/sh", {"-c", "exit 3"}, LaunchProperty());
+TEST_P(ProcessLaunch, ExitCodesAndASignalledChildAreRemembered) {
+  Process three = Process::create("/bin/sh", {"-c", "exit 3"}, property());
   EXPECT_EQ(three.wait(), 3);
   Process copy = three;  // copies share the remembered code
   EXPECT_EQ(copy.wait(), 3);
-  EXPECT_EQ(Process::create("/bin/sh", {"-c", "kill -9 $$"}, LaunchProperty()).wait(), -1);
+  EXPECT_EQ(Process::create("/bin/sh", {"-c", "kill -9 $$"}, property()).wait(), -1);
 
   // Concurrent waiters: one waitpid, the same code for all.
-  Process slow = Process::create("/bin/sh", {"-c", "sleep 0.2; exit 5"}, LaunchProperty());
+  Process slow = Process::create("/bin/sh", {"-c", "sleep 0.2; exit 5"}, property());
   int codes[4] = {0, 0, 0, 0};
   std::vector<std::thread> waiters;
   for (int& code : codes) waiters.emplace_back([&slow, &code] { code = slow.wait(); });
@@ -139,7 +202,7 @@ TEST(Process, ExitCodesAndASignalledChildAreRemembered) {
 
   // tryWait never blocks: false while the child runs, then true with the
   // code kept for wait().
-  Process sleeper = Process::create("/bin/sleep", {"30"}, LaunchProperty());
+  Process sleeper = Process::create("/bin/sleep", {"30"}, property());
   EXPECT_FALSE(sleeper.tryWait());
   sleeper.die();
   EXPECT_TRUE(test::eventually([&] { return sleeper.tryWait(); }));
@@ -173,9 +236,9 @@ bool inMask(int pid, const std::string& field, int signal) {
   return false;
 }
 
-TEST(Process, TheChildBlocksEverySignalAndGroupSignalsReachEveryMember) {
+TEST_P(ProcessLaunch, TheChildBlocksEverySignalAndGroupSignalsReachEveryMember) {
   // perl keeps the mask it starts with (a shell would clear it).
-  Process group = Process::create("/usr/bin/perl", {"-e", "fork; sleep 30"}, LaunchProperty());
+  Process group = Process::create("/usr/bin/perl", {"-e", "fork; sleep 30"}, property());
   std::vector<int> members;
   ASSERT_TRUE(test::eventually([&] { return (members = groupMembers(group.id())).size() == 2; }));
   for (int pid : members) {
@@ -192,8 +255,10 @@ TEST(Process, TheChildBlocksEverySignalAndGroupSignalsReachEveryMember) {
   EXPECT_TRUE(test::eventually([&] { return groupMembers(group.id()).empty(); }));
 }
 
-// The descriptor the stop task reports its process to, and fork as the
-// library calls it with a signal reaching the new child at once.
+// The descriptor the stop task reports its process to, and fork and clone
+// as the library calls them with a signal reaching the new child at once (a
+// spawned child shares this thread's cached ids: it asks the kernel for its
+// own to signal itself).
 int stopReports = -1;
 int reportStop() {
   const int pid = ::getpid();
@@ -204,9 +269,21 @@ pid_t forkThenSignalTheChild() {
   if (pid == 0) ::raise(SIGTERM);
   return pid;
 }
+typedef int (*Cloned)(void*);
+Cloned cloned = nullptr;
+int signalThenRun(void* argument) {
+  ::syscall(SYS_kill, ::syscall(SYS_getpid), SIGTERM);
+  return cloned(argument);
+}
+int cloneThenSignalTheChild(Cloned function, void* stack, int flags, void* argument) {
+  cloned = function;
+  static const auto real = reinterpret_cast<int (*)(Cloned, void*, int, void*, ...)>(::dlsym(RTLD_NEXT, "__clone"));
+  return real(signalThenRun, stack, flags, argument);
+}
 
-TEST(Process, ASignalReachingTheNewChildNeverRunsTheParentsHandlers) {
-  QUOREL_REQUIRE_FAULT_POINT("fork");
+TEST_P(ProcessLaunch, ASignalReachingTheNewChildNeverRunsTheParentsHandlers) {
+  const char* const creation = spawned() ? "__clone" : "fork";
+  QUOREL_REQUIRE_FAULT_POINT(creation);
   int reports[2];
   ASSERT_EQ(::pipe2(reports, O_CLOEXEC), 0);
   stopReports = reports[1];
@@ -215,9 +292,10 @@ TEST(Process, ASignalReachingTheNewChildNeverRunsTheParentsHandlers) {
   {
     const sal::exec::TaskHandle stop(new sal::exec::FunctionDispatchTask(reportStop));
     sal::sys::exec::App frame(stop, stop, stop);
-    test::fault::StandIn signalled("fork", reinterpret_cast<void*>(&forkThenSignalTheChild));
+    test::fault::StandIn signalled(creation, spawned() ? reinterpret_cast<void*>(&cloneThenSignalTheChild)
+                                                       : reinterpret_cast<void*>(&forkThenSignalTheChild));
     // SIGTERM stays pending through execve, and true never unblocks it.
-    EXPECT_EQ(Process::create("/bin/true", {}, LaunchProperty()).wait(), 0);
+    EXPECT_EQ(Process::create("/bin/true", {}, property()).wait(), 0);
   }
   ::pthread_sigmask(SIG_SETMASK, nullptr, &after);
   ::close(reports[1]);
@@ -229,9 +307,9 @@ TEST(Process, ASignalReachingTheNewChildNeverRunsTheParentsHandlers) {
   }
 }
 
-TEST(Process, ADetachedProgramRunsInASessionOfItsOwn) {
+TEST_P(ProcessLaunch, ADetachedProgramRunsInASessionOfItsOwn) {
   const std::string file = "/tmp/quorel-detached-" + std::to_string(::getpid());
-  LaunchProperty lp;
+  LaunchProperty lp = property();
   lp.hint(op::Detach());
   // Field 6 of the stat line is the session ("sh" has no space in its name).
   Process detached = Process::create(
@@ -256,6 +334,13 @@ TEST(Process, TheCallingProcessFailuresDirectoryAndEnvironment) {
     const int before = test::openDescriptorCount();
     QUOREL_EXPECT_THROW(Process::create("/bin/true", {}, LaunchProperty()), sal::sys::Exception, "::fork() failed",
                         kSystemCall, EAGAIN);
+    EXPECT_EQ(test::openDescriptorCount(), before);
+  }
+  {
+    test::fault::Injection fail("__clone", EAGAIN);
+    const int before = test::openDescriptorCount();
+    QUOREL_EXPECT_THROW(Process::create("/bin/true", {}, LaunchProperty().hint(op::Spawn())), sal::sys::Exception,
+                        "::clone() failed", kSystemCall, EAGAIN);
     EXPECT_EQ(test::openDescriptorCount(), before);
   }
   cpu_set_t before, bound;

@@ -19,6 +19,10 @@ LaunchProperty& LaunchProperty::hint(const op::Detach& option) {
   handle_->detach = option.on ? 1 : 0;
   return *this;
 }
+LaunchProperty& LaunchProperty::hint(const op::Spawn& option) {
+  handle_->spawn = option.on ? 1 : 0;
+  return *this;
+}
 LaunchProperty& LaunchProperty::hint(const op::SameGroup&) {
   handle_->sameGroup = 1;
   return *this;

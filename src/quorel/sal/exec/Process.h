@@ -31,6 +31,29 @@ struct Detach {
   explicit Detach(bool enabled = true) : on(enabled) {}
   bool on;
 };
+/// Create the child without copying the caller's address space, so that a
+/// launch costs the same from a small process as from one of gigabytes (a
+/// fork copies the caller's page tables). The child is made by clone with
+/// CLONE_VM|CLONE_VFORK on a stack of its own: it runs in the caller's memory
+/// while the calling thread waits, with every signal blocked and every
+/// caught signal's handler reset to the default, and takes the same steps as
+/// a forked child up to execve (a detached launch makes its intermediate
+/// process the same way). What differs from the default fork:
+///   - no pthread_atfork handler runs, in the caller or in the child;
+///   - a step of the child that fails is thrown by Process::create, in the
+///     caller, with the class, message, domain and code that the step throws
+///     in a forked child ("::dup2() failed", "::fcntl() failed",
+///     "::chdir(\"<dir>\") failed"), where a forked child reports it on its
+///     standard error and exits with status 127; a failed execve throws
+///     "::execve('<path>') failed" (errno), where a forked child aborts;
+///     the child, which has exited then, is reaped first;
+///   - the creation itself fails with "::clone() failed" (errno) instead of
+///     "::fork() failed", and "::pipe2() failed" (errno) if the pipe that
+///     carries the child's failure cannot be made.
+struct Spawn {
+  explicit Spawn(bool enabled = true) : on(enabled) {}
+  bool on;
+};
 /// Recorded only.
 struct SameGroup {};
 /// Recorded only (no windows on this platform).
@@ -80,6 +103,7 @@ class LaunchProperty {
   LaunchProperty();
 
   LaunchProperty& hint(const op::Detach& option);
+  LaunchProperty& hint(const op::Spawn& option);
   LaunchProperty& hint(const op::SameGroup& option);
   LaunchProperty& hint(const op::OwnWindow& option);
   LaunchProperty& close(const op::StdInput& option);
@@ -144,7 +168,8 @@ class Process : public i::Process {
   /// The program starts with every signal blocked (the mask survives
   /// execve: it unblocks what it needs); a signal that reaches the child
   /// while it starts stays pending for the program and never runs this
-  /// process's handlers there.
+  /// process's handlers there. With op::Spawn the child is made without
+  /// fork and what fails in it is thrown here (see op::Spawn).
   static Process create(const std::string& path, const ArgList& args, const LaunchProperty& lp);
   /// The same, replacing a standard handle whose lp slot is set (mode
   /// replace) with the given descriptor when its flag is true.

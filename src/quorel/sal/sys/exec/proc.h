@@ -37,6 +37,7 @@ class LaunchProperty {
   pod::int32 ownWindowValue;
   pod::uint8 sameGroup;  // recorded only
   pod::uint8 detach;
+  pod::uint8 spawn;  // create the child in the caller's memory, not by fork
 };
 
 namespace proc {
@@ -61,6 +62,12 @@ std::string resolve(const std::string& path);
 /// (domain 2, code 2) or "::fork() failed" (errno). A child that cannot set
 /// up its handles or directory writes the exception to its standard error
 /// and exits 127; one whose execve fails aborts.
+/// With lp.spawn the child is made by clone(CLONE_VM|CLONE_VFORK) instead,
+/// takes the same steps without copying the caller's memory, and this
+/// function returns once it has called execve. No atfork handler runs; a
+/// failed step of the child is thrown here as the step throws it (and
+/// "::execve('<path>') failed"), the child reaped; "::clone() failed" and
+/// "::pipe2() failed" (errno) replace "::fork() failed".
 handle exec(const std::string& path, const ArgList& args, const LaunchProperty& lp, bool overrideStd,
             bool overrideIn, pod::uintptr inFd, bool overrideOut, pod::uintptr outFd, bool overrideErr,
             pod::uintptr errFd);

@@ -1,6 +1,7 @@
 // Platform half of process launching and of the calling process: stat64,
 // pthread_sigmask, fork, setsid, setpgid, sigprocmask, dup2, chdir, execve,
-// waitpid, kill, getcwd, _exit. The environment is in env.inl.
+// waitpid, kill, getcwd, _exit. The environment is in env.inl, the launch
+// that creates the child without fork (op::Spawn) in spawn.inl.
 #include <quorel/sal/sys/exec/proc.h>
 
 #include <errno.h>
@@ -16,6 +17,7 @@
 
 #include <quorel/sal/Exception.h>
 #include <quorel/sal/sys/exec/env.inl>
+#include <quorel/sal/sys/exec/spawn.inl>
 #include <quorel/sal/sys/io/endpoint.h>
 #include <quorel/util/Throw.h>
 #include <quorel/util/str.h>
@@ -26,7 +28,7 @@ namespace sys {
 namespace exec {
 
 LaunchProperty::LaunchProperty()
-    : workingDirectoryWord(0), ownWindow(0), ownWindowValue(0), sameGroup(0), detach(0) {
+    : workingDirectoryWord(0), ownWindow(0), ownWindowValue(0), sameGroup(0), detach(0), spawn(0) {
   for (Handle& h : stdHandles) {
     h.mode = kInherit;
     h.descriptor = -1;
@@ -124,6 +126,7 @@ handle exec(const std::string& path, const ArgList& args, const LaunchProperty& 
   }
   char** argArray = argv.array();
   char** envArray = envp.array();
+  if (lp.spawn != 0) return spawn(resolved, argArray, envArray, lp, descriptors);
 
   // Every signal is blocked across the fork, so that none reaches the child
   // before it is ready: the parent's handlers (the application's stop task)
