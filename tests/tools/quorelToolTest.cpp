@@ -98,6 +98,9 @@ TEST(QuorelTool, CommandsPrintExactlyTheirTexts) {
       {"run sh -c 'kill -9 $$'", 1, "quorel: sh was ended by a signal\n"},
       {"run /nonexistent/quorel", 1,
        "quorel: unable to locate the specified file to excute - No such file or directory\n"},
+      {"run --cwd /nonexistent/quorel true", 1,
+       "quorel: ::chdir(\"/nonexistent/quorel\") failed - No such file or directory\n"},
+      {"run /dev/null", 1, "quorel: ::execve('/dev/null') failed - Permission denied\n"},
       {"run echo x --help", 0, "x --help\n"},  // a program's own --help is its own
       {"help frobnicate", 2, "quorel: no command 'frobnicate'" + kHint},
       {"--json version 2.6.32", 0, "{\"version\": \"2.6.32\", \"major\": 2, \"minor\": 6, \"patch\": 32, \"build\": 0}\n"},

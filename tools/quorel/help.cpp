@@ -82,7 +82,8 @@ const Command kCommands[] = {
     {"run", "[--detach] [--cwd DIR] [--env NAME=VALUE]... PROGRAM ARGS...",
      "start a program and exit with its status",
      "Starts PROGRAM (found on PATH) with this environment plus the given variables, waits for it and exits "
-     "with its status; 1 with a message when a signal ended it. SIGINT, SIGTERM and SIGQUIT to the tool end "
+     "with its status; 1 with a message when a signal ended it or it could not be started (no directory "
+     "DIR, a file that is not executable). SIGINT, SIGTERM and SIGQUIT to the tool end "
      "the program, which starts with every signal blocked. --detach starts it in a session of its own and "
      "returns at once."},
     {"lock", "NAME PROGRAM ARGS...", "run a program while holding a named mutex",

@@ -112,8 +112,11 @@ class SignalTaker {
 // for it with SIGINT/SIGTERM/SIGQUIT passed on, and reports how it ended.
 int launchAndWait(const std::string& program, const exec::Process::ArgList& args,
                   const std::map<std::string, std::string>& vars, const std::string& directory, bool detach) {
+  // Spawned: the launch costs the same from a tool that has grown large, and
+  // a program that cannot be started (a missing --cwd, a file that is not
+  // executable) is reported as this tool's failure.
   exec::LaunchProperty lp;
-  lp.set(exec::op::EnvVars(vars)).set(exec::op::EnvVars(exec::Process::envVars()));
+  lp.hint(exec::op::Spawn()).set(exec::op::EnvVars(vars)).set(exec::op::EnvVars(exec::Process::envVars()));
   if (!directory.empty()) lp.set(exec::op::WorkingDirectory(directory));
   if (detach) {
     lp.hint(exec::op::Detach());

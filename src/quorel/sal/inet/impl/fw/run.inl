@@ -115,7 +115,8 @@ struct Stream {
 /// with its process group and reaped.
 /// Throws inet::Exception "program '<name>' not found" (code 0) or "'<command
 /// line>' ran past its deadline of <n> ms and was killed" (code -1), each
-/// followed by run.note; and what exec::Process::create throws.
+/// followed by run.note; and what exec::Process::create throws (a program
+/// that cannot be started among it).
 inline Outcome launch(const Run& run) {
   const std::string path = sys::exec::proc::resolve(run.program);
   if (path.empty()) QUOREL_THROW(inet::Exception)("program '" + run.program + "' not found" + run.note, kApplication, 0);
@@ -134,8 +135,11 @@ inline Outcome launch(const Run& run) {
   std::map<std::string, std::string> environment;
   const std::string searchPath = exec::Process::envValueOf("PATH");
   if (!searchPath.empty()) environment["PATH"] = searchPath;
+  // Spawned: a launch costs the same whatever the caller's size, and a
+  // program that cannot be started is thrown here.
   exec::LaunchProperty lp;
-  lp.set(exec::op::StdInput(in.forRead()))
+  lp.hint(exec::op::Spawn())
+      .set(exec::op::StdInput(in.forRead()))
       .set(exec::op::StdOutput(out.forWrite()))
       .set(exec::op::StdError(err.forWrite()))
       .set(exec::op::EnvVars(environment));
