@@ -166,6 +166,29 @@ TEST_P(ProcessLaunch, TheWorkingDirectoryAndTheChildsFailingSteps) {
     EXPECT_EQ(child.wait(), 127);
   }
 
+  if (spawned()) {
+    // A caller without standard input and output: the pipe that carries the
+    // child's failure gets their numbers, which the child's handles then take.
+    xio::Pipe pipe{xio::open::Spec(), xio::open::Spec()};
+    LaunchProperty handles = property();
+    handles.set(op::StdInput(pipe.forRead())).set(op::StdOutput(pipe.forWrite()));
+    handles.set(op::WorkingDirectory("/nonexistent/quorel"));
+    const int in = ::dup(0), out = ::dup(1);
+    ::close(0);
+    ::close(1);
+    std::string why = "nothing thrown";
+    try {
+      Process::create("/bin/pwd", {}, handles);
+    } catch (const sal::sys::Exception& e) {
+      why = e.why();
+    }
+    ::dup2(in, 0);
+    ::dup2(out, 1);
+    ::close(in);
+    ::close(out);
+    EXPECT_EQ(why, steps[0].why);
+  }
+
   // A program that cannot be executed: a forked child aborts (no core file),
   // a spawned one's execve failure is thrown.
   char name[] = "/tmp/quorel-not-executable-XXXXXX";
