@@ -1,6 +1,7 @@
 // Text conversions, natural sorting and UUID creation against the usual
 // alternatives.
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <random>
 #include <string>
@@ -28,6 +29,27 @@ void BM_StdToString(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(std::to_string(++i));
 }
 BENCHMARK(BM_StdToString);
+
+// The digits alone, into a buffer.
+void BM_StdToChars(benchmark::State& state) {
+  int i = 0;
+  char digits[16];
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(std::to_chars(digits, digits + sizeof digits, ++i).ptr);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_StdToChars);
+
+// The same digits as the std::string that str::from returns.
+void BM_StdToCharsString(benchmark::State& state) {
+  int i = 0;
+  for (auto _ : state) {
+    char digits[16];
+    benchmark::DoNotOptimize(std::string(digits, std::to_chars(digits, digits + sizeof digits, ++i).ptr));
+  }
+}
+BENCHMARK(BM_StdToCharsString);
 
 void BM_StrToUnsigned(benchmark::State& state) {
   const std::string text = "4000000000";

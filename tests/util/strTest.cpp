@@ -2,7 +2,9 @@
 // the natural order.
 #include <list>
 #include <locale>
+#include <random>
 #include <sstream>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -41,17 +43,97 @@ struct Thousands : std::numpunct<char> {
   std::string do_grouping() const override { return "\3"; }
 };
 
-TEST(StrFromAndTo, FollowTheGlobalLocaleLikeTheStream) {
-  const std::locale previous = std::locale::global(std::locale(std::locale::classic(), new Thousands));
-  const std::string text = str::from(1234567);
-  const std::string version = util::Version("1.2.3.12345").asString();  // made with str::from
-  unsigned int u = 0;
-  str::to(u, "1,234");
-  std::locale::global(previous);
-  EXPECT_EQ(text, "1,234,567");
-  EXPECT_EQ(version, "1.2.3.12,345");
-  EXPECT_EQ(u, 1234u);
-  EXPECT_EQ(str::from(1234567), "1234567");
+// Makes a locale the global one for a scope.
+struct GlobalLocale {
+  explicit GlobalLocale(const std::locale& locale) : previous(std::locale::global(locale)) {}
+  ~GlobalLocale() { std::locale::global(previous); }
+  const std::locale previous;
+};
+
+// Values around every power of two and of ten and random ones of every
+// magnitude; cast to narrower and signed types they also give those types'
+// limits and negative numbers.
+std::vector<unsigned long long> samples() {
+  std::vector<unsigned long long> values;
+  std::mt19937_64 random(42);
+  unsigned long long ten = 1;
+  for (int i = 0; i < 64; ++i, ten *= 10) {
+    for (const unsigned long long at : {1ULL << i, i < 20 ? ten : 0ULL}) {
+      values.insert(values.end(), {at - 1, at, at + 1, 0 - at, 0 - at - 1});
+    }
+    for (int j = 0; j < 16; ++j) values.push_back(random() >> (random() % 64));
+  }
+  return values;
+}
+
+template <class T>
+std::string parsed(const std::string& text) {
+  T number = 0;
+  try {
+    str::to(number, text);
+    return std::to_string(number);
+  } catch (const util::str::Exception& e) {
+    return e.why();
+  }
+}
+
+// Each sample written by every integer type under plain and other flags, and
+// read back by every reading type from texts with and without what the
+// stream also takes: the texts, numbers and failure messages in order.
+std::vector<std::string> conversions(const std::vector<unsigned long long>& values) {
+  std::vector<std::string> results;
+  const std::ios_base::fmtflags flags[] = {std::ios_base::dec, kHex, kOct, kHex | std::ios_base::showbase,
+                                           std::ios_base::dec | std::ios_base::showpos};
+  for (const unsigned long long v : values) {
+    for (const std::ios_base::fmtflags f : flags) {
+      for (const bool pad : {false, true}) {
+        results.insert(results.end(),
+                       {str::from(static_cast<unsigned char>(v), f, pad), str::from(static_cast<short>(v), f, pad),
+                        str::from(static_cast<unsigned short>(v), f, pad), str::from(static_cast<int>(v), f, pad),
+                        str::from(static_cast<unsigned int>(v), f, pad), str::from(static_cast<long long>(v), f, pad),
+                        str::from(v, f, pad)});
+      }
+    }
+    const std::string digits = std::to_string(v);
+    for (const std::string& text : {digits, " \t" + digits + "\n", digits + "x7", digits + ",5", "+" + digits,
+                                     "-" + digits, "0x" + digits, digits + "99999999999"}) {
+      results.insert(results.end(), {parsed<unsigned char>(text), parsed<unsigned short>(text),
+                                     parsed<unsigned int>(text)});
+    }
+  }
+  for (const char* text : {"", " ", "abc", "\v"}) results.push_back(parsed<unsigned int>(text));
+  return results;
+}
+
+TEST(StrFromAndTo, GiveTheStreamsResultsWithoutItUnderTheClassicLocaleAndFollowAnyOtherGlobalLocale) {
+  const std::vector<unsigned long long> values = samples();
+  std::vector<std::string> classic, streamed;
+  {
+    GlobalLocale global(std::locale::classic());
+    classic = conversions(values);
+  }
+  {
+    // The classic rules in a locale that is not the classic one: every
+    // conversion goes through the stream.
+    GlobalLocale global(std::locale(std::locale::classic(), new std::numpunct<char>));
+    streamed = conversions(values);
+  }
+  ASSERT_EQ(classic.size(), streamed.size());
+  for (std::size_t i = 0; i < classic.size(); ++i) ASSERT_EQ(classic[i], streamed[i]) << "conversion " << i;
+
+  GlobalLocale global(std::locale(std::locale::classic(), new Thousands));
+  for (const unsigned long long v : values) {
+    std::ostringstream grouped, groupedLong;
+    grouped << static_cast<unsigned int>(v);
+    groupedLong << static_cast<long long>(v);
+    ASSERT_EQ(str::from(static_cast<unsigned int>(v)), grouped.str());
+    ASSERT_EQ(str::from(static_cast<long long>(v)), groupedLong.str());
+    unsigned int back = 0;
+    str::to(back, grouped.str());
+    ASSERT_EQ(back, static_cast<unsigned int>(v)) << grouped.str();
+  }
+  EXPECT_EQ(str::from(1234567), "1,234,567");
+  EXPECT_EQ(util::Version("1.2.3.12345").asString(), "1.2.3.12,345");  // made with str::from
 }
 
 TEST(StrTo, TrimsReadsIgnoresTrailingTextAndFailuresNameTheUntrimmedText) {

@@ -1,6 +1,7 @@
 // Text conversions, splitting, trimming and the natural order.
 #include <quorel/util/str.h>
 
+#include <charconv>
 #include <cstdint>
 #include <iomanip>
 #include <limits>
@@ -66,24 +67,61 @@ bool readNumber(const std::string& s, std::string::size_type from, std::uint64_t
   return true;
 }
 
-// Streams use the global locale; with the classic one, plain decimal
-// conversions can skip the stream and give the same text.
-bool globalLocaleIsClassic() { return std::locale() == std::locale::classic(); }
+// Streams take the global locale. While it is the classic one, integers in a
+// plain base convert without a stream and give the same text or number. The
+// classic locale is made once; a call copies the global one and compares the
+// two, which settles at once when they share their implementation.
+bool globalLocaleIsClassic() {
+  static const std::locale classic = std::locale::classic();
+  return std::locale() == classic;
+}
+
+// The base of flags that name one base and nothing else (no sign, prefix,
+// case or adjustment), else 0.
+int plainRadixOf(std::ios_base::fmtflags flags) {
+  if (flags == std::ios_base::dec) return 10;
+  if (flags == std::ios_base::hex) return 16;
+  if (flags == std::ios_base::oct) return 8;
+  return 0;
+}
+
+// What a classic stream writes for value in radix, zero-filled on the left to
+// width: in hexadecimal and octal a negative number shows its two's
+// complement bits, as the stream shows them.
+template <class T>
+std::string digitsOf(T value, int radix, std::size_t width) {
+  char digits[24];  // 22 octal digits of 64 bits; a sign and 19 decimal ones
+  const char* const end =
+      radix == 10 ? std::to_chars(digits, digits + sizeof digits, value).ptr
+                  : std::to_chars(digits, digits + sizeof digits,
+                                  static_cast<typename std::make_unsigned<T>::type>(value), radix)
+                        .ptr;
+  const std::size_t length = static_cast<std::size_t>(end - digits);
+  if (length >= width) return std::string(digits, length);
+  std::string text(width - length, '0');
+  text.append(digits, length);
+  return text;
+}
 
 }  // namespace
 
 template <class T>
 const std::string from(T value, std::ios_base::fmtflags flags, bool pad) {
+  const std::ios_base::fmtflags base = flags & std::ios_base::basefield;
+  std::size_t width = 0;
+  if (pad && base != std::ios_base::dec) {
+    if (base != std::ios_base::hex && base != std::ios_base::oct) return std::string();
+    width = (base == std::ios_base::hex ? 2 : 3) * sizeof(T);
+  }
   if constexpr (std::is_integral<T>::value) {
-    if (flags == std::ios_base::dec && globalLocaleIsClassic()) return std::to_string(+value);
+    const int radix = plainRadixOf(flags);
+    if (radix != 0 && globalLocaleIsClassic()) return digitsOf(value, radix, width);
   }
   std::ostringstream out;
   out.flags(flags);
-  const std::ios_base::fmtflags base = flags & std::ios_base::basefield;
-  if (pad && base != std::ios_base::dec) {
-    if (base != std::ios_base::hex && base != std::ios_base::oct) return std::string();
+  if (width != 0) {
     out.fill('0');
-    out.width(static_cast<std::streamsize>((base == std::ios_base::hex ? 2 : 3) * sizeof(T)));
+    out.width(static_cast<std::streamsize>(width));
   }
   out << static_cast<typename StreamedAs<T>::type>(value);
   if (out.fail()) {
@@ -100,22 +138,25 @@ const std::string from<bool>(bool value, std::ios_base::fmtflags, bool) {
 template <class T>
 void to(T& out, const std::string& text, std::ios_base::fmtflags flags) {
   typedef typename StreamedAs<T>::type Read;
-  // Plain digits in decimal read directly; signs, other bases, locales and
-  // out-of-range numbers go through the stream, which decides their fate.
-  static const std::ctype<char>& classic = std::use_facet<std::ctype<char>>(std::locale::classic());
-  std::string::size_type first = 0;
-  while (first < text.size() && classic.is(std::ctype_base::space, text[first])) ++first;
-  std::uint64_t number = 0;
-  if (flags == std::ios_base::dec && first < text.size() && isDigit(text[first]) &&
-      readNumber(text, first, number) && number <= std::numeric_limits<Read>::max() &&
-      globalLocaleIsClassic()) {
-    out = static_cast<T>(static_cast<Read>(number));
-    return;
+  Read value;
+  // Decimal digits that fit read without a stream: the white space skipped is
+  // what trimming removes, and like the stream the reading stops at the first
+  // non-digit. Signs, other bases, other locales and numbers out of range go
+  // through the stream, which decides their fate.
+  if (flags == std::ios_base::dec) {
+    static const std::ctype<char>& classic = std::use_facet<std::ctype<char>>(std::locale::classic());
+    const char* first = text.data();
+    const char* const last = first + text.size();
+    while (first != last && classic.is(std::ctype_base::space, *first)) ++first;
+    if (first != last && isDigit(*first) && std::from_chars(first, last, value).ec == std::errc() &&
+        globalLocaleIsClassic()) {
+      out = static_cast<T>(value);  // unsigned char keeps the low 8 bits
+      return;
+    }
   }
   const std::string trimmed = trim(text, std::locale::classic());
   std::istringstream in(trimmed);
   in.flags(flags);
-  Read value;
   in >> value;
   if (in.fail()) {
     QUOREL_THROW(Exception)("conversion from \"" + text + "\" failed", kApplication, 0);
