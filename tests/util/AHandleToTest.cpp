@@ -109,27 +109,31 @@ TEST_F(AHandleTo, IntCounterAndDeallocatorPolicies) {
   EXPECT_EQ(CountingDeallocator::freed, 1);
 }
 
-TEST_F(AHandleTo, CopiesDroppedOnManyThreadsDestroyTheObjectOnce) {
-  constexpr int kThreads = 8, kRounds = 100;
+TEST_F(AHandleTo, CopiesOnManyThreadsKeepTheCountExactAndDestroyTheObjectOnce) {
+  constexpr int kThreads = 8, kRounds = 50, kCopies = 2000;
   for (int round = 0; round < kRounds; ++round) {
-    std::vector<Handle> copies;
-    {
-      Handle original(new Tracked(round));
-      copies.assign(kThreads, original);
-    }
-    std::atomic<bool> go{false};
+    Handle kept(new Tracked(round));
+    std::vector<Handle> copies(kThreads, kept);
+    std::atomic<int> phase{0}, copied{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
       threads.emplace_back([&, t] {
-        while (!go.load()) std::this_thread::yield();
-        Handle local(copies[t]);  // one more attach and detach on the shared holder
-        copies[t] = Handle(nullptr);
+        while (phase.load() == 0) std::this_thread::yield();
+        std::vector<Handle> local(kCopies, copies[t]);  // attaches on the shared holder
+        local.clear();                                 // and detaches
+        ++copied;
+        while (phase.load() == 1) std::this_thread::yield();
+        copies[t] = Handle(nullptr);  // the last of these drops destroys the object
       });
     }
-    go = true;
+    phase = 1;
+    while (copied.load() < kThreads) std::this_thread::yield();
+    EXPECT_EQ(kept.useCount(), kThreads + 1) << round;  // no increment or decrement lost
+    kept = Handle(nullptr);
+    phase = 2;
     for (auto& t : threads) t.join();
+    ASSERT_EQ(Tracked::destroyed, round + 1);
   }
-  EXPECT_EQ(Tracked::destroyed, kRounds);
 }
 
 // A lock that records its calls.

@@ -40,11 +40,18 @@ void Thread::bootImpl(void* handle) {
   thread.finish();
 }
 
+// The flags change under the mutex, the waiters are woken after it is
+// released: woken under it, each would wake only to block on the mutex still
+// held here. Waking late loses nothing, since every waiter tests its flag
+// under the mutex before it sleeps, and the conditions outlive this call: the
+// booted thread holds its own handle until it ends.
 void Thread::finish() {
-  Latch latch(runningCV_);
-  finished_ = true;
+  {
+    Latch latch(runningCV_);
+    finished_ = true;
+    running_ = true;
+  }
   finishedCV_.signalAll();
-  running_ = true;
   runningCV_.signalAll();
 }
 
@@ -53,9 +60,13 @@ void Thread::awaitRunning() {
   while (!running_) runningCV_.wait();
 }
 
+// Woken after the mutex is released, as in finish(); the creator's handle
+// keeps the condition alive.
 void Thread::release() {
-  Latch latch(runningCV_);
-  released_ = true;
+  {
+    Latch latch(runningCV_);
+    released_ = true;
+  }
   releaseCV_.signalOne();
 }
 
