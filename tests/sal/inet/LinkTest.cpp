@@ -138,16 +138,16 @@ TEST(Link, FailedCallsNameTheCallAndLeaveNoDescriptor) {
       sal::inet::Exception, "::socket(AF_NETLINK, NETLINK_ROUTE) failed", 2, EMFILE);
   QUOREL_EXPECT_THROW(
       {
-        test::fault::Injection fail("sendto", ENOBUFS, 2);  // the address dump's request
+        test::fault::Injection fail("sendto", ENOBUFS, 2);  // the link dump's request
         Link::list();
       },
-      sal::inet::Exception, "::sendto(RTM_GETADDR) failed", 2, ENOBUFS);
+      sal::inet::Exception, "::sendto(RTM_GETLINK) failed", 2, ENOBUFS);
   auto e = QUOREL_EXPECT_THROW(
       {
         test::fault::Injection fail("recvmsg", ENOBUFS);
         Link::list();
       },
-      sal::inet::Exception, "::recvmsg(RTM_GETLINK) failed", 2, ENOBUFS);
+      sal::inet::Exception, "::recvmsg(RTM_GETADDR) failed", 2, ENOBUFS);
   ASSERT_TRUE(e);
   EXPECT_STREQ(e->file(), "sal/inet/impl/link.inl");
   EXPECT_EQ(test::openDescriptorCount(), before);
@@ -168,9 +168,9 @@ TEST(Link, OddAnswersAreReadAgainLeftOutOrReported) {
     EXPECT_EQ(namesOf(Link::list()), names);
   }
   {  // An entry without a valid index is left out; the rest stay.
-    test::rtnetlink::Rewrite odd([](char* answer, ssize_t size, int call) {
+    test::rtnetlink::Rewrite odd([](char* answer, ssize_t size, int) {
       nlmsghdr* message = test::rtnetlink::first(answer);
-      if (call == 1 && message->nlmsg_type == RTM_NEWLINK) static_cast<ifinfomsg*>(NLMSG_DATA(message))->ifi_index = 0;
+      if (message->nlmsg_type == RTM_NEWLINK) static_cast<ifinfomsg*>(NLMSG_DATA(message))->ifi_index = 0;
       return size;
     });
     const std::vector<std::string> listed = namesOf(Link::list());
@@ -185,9 +185,10 @@ TEST(Link, OddAnswersAreReadAgainLeftOutOrReported) {
     QUOREL_EXPECT_THROW(Link::list(), sal::inet::Exception, "the link enumeration was interrupted 8 times in a row", 6,
                         EAGAIN);
   }
-  {  // The kernel's refusal, and an answer that cannot be walked.
-    test::rtnetlink::Rewrite refuse([](char* answer, ssize_t, int) {
+  {  // The kernel's refusal of the link dump, and an address answer that cannot be walked.
+    test::rtnetlink::Rewrite refuse([](char* answer, ssize_t size, int) {
       nlmsghdr* header = test::rtnetlink::first(answer);
+      if (header->nlmsg_type != RTM_NEWLINK) return size;
       test::rtnetlink::endOfDump(answer);
       header->nlmsg_type = NLMSG_ERROR;
       header->nlmsg_len = NLMSG_LENGTH(sizeof(nlmsgerr));
@@ -201,7 +202,7 @@ TEST(Link, OddAnswersAreReadAgainLeftOutOrReported) {
       test::rtnetlink::first(answer)->nlmsg_len = static_cast<__u32>(size) + 4;
       return size;
     });
-    QUOREL_EXPECT_THROW(Link::list(), sal::inet::Exception, "the RTM_GETLINK answer is malformed", 6, EPROTO);
+    QUOREL_EXPECT_THROW(Link::list(), sal::inet::Exception, "the RTM_GETADDR answer is malformed", 6, EPROTO);
   }
 }
 

@@ -56,10 +56,15 @@ std::vector<Link> Link::list() {
 }
 
 void Link::fill(std::list<Link>& links, std::map<std::string, Link>& byName) {
-  const std::vector<Link> found = list();
-  links.assign(found.begin(), found.end());
-  byName.clear();
-  for (const Link& link : found) byName.insert(std::make_pair(link.name(), link));
+  std::vector<impl::Link> found = impl::link::enumerate();
+  std::list<Link> listed;
+  std::map<std::string, Link> named;
+  for (impl::Link& link : found) {
+    listed.push_back(Link(Handle(new impl::Link(std::move(link)))));
+    named.emplace(listed.back().name(), listed.back());
+  }
+  links.swap(listed);
+  byName.swap(named);
 }
 
 Link Link::byName(const std::string& name) {

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include <quorel/sal/inet/Exception.h>
@@ -98,20 +99,36 @@ bool walk(const char* answer, std::size_t size, pod::uint32 sequence, const char
   return false;
 }
 
+// The answer buffer of one enumeration: uninitialised (the kernel writes
+// it), grown when an answer does not fit.
+class Buffer {
+ public:
+  Buffer() : words_(new pod::uint32[kAnswerSize / sizeof(pod::uint32)]), size_(kAnswerSize) {}
+  char* data() { return reinterpret_cast<char*>(words_.get()); }
+  std::size_t size() const { return size_; }
+  void grow(std::size_t size) {
+    const std::size_t words = (size + sizeof(pod::uint32) - 1) / sizeof(pod::uint32);
+    words_.reset(new pod::uint32[words]);
+    size_ = words * sizeof(pod::uint32);
+  }
+
+ private:
+  std::unique_ptr<pod::uint32[]> words_;  // netlink messages are 4-byte aligned
+  std::size_t size_;
+};
+
 // Sends a dump request and reads its answers until the end.
 template <class Each>
-Outcome dump(int socket, Request& request, const char* name, std::vector<pod::uint32>& buffer, Each each) {
+Outcome dump(int socket, Request& request, const char* name, Buffer& buffer, Each each) {
   link::request(socket, &request, request.header.nlmsg_len, name);
   bool interrupted = false;
   for (bool done = false; !done;) {
-    const std::size_t capacity = buffer.size() * sizeof(pod::uint32);
-    const std::size_t size = receive(socket, buffer.data(), capacity, name);
-    if (size > capacity) {
-      buffer.resize((size + sizeof(pod::uint32) - 1) / sizeof(pod::uint32));
+    const std::size_t size = receive(socket, buffer.data(), buffer.size(), name);
+    if (size > buffer.size()) {
+      buffer.grow(size);
       return Outcome::kAnswerTooLarge;
     }
-    done = walk(reinterpret_cast<const char*>(buffer.data()), size, request.header.nlmsg_seq, name, interrupted,
-                each);
+    done = walk(buffer.data(), size, request.header.nlmsg_seq, name, interrupted, each);
   }
   return interrupted ? Outcome::kInterrupted : Outcome::kComplete;
 }
@@ -246,21 +263,26 @@ bool decodeAddress(const nlmsghdr& message, int& index, impl::LinkAddress& entry
 }  // namespace
 
 std::vector<Link> enumerate() {
-  std::vector<pod::uint32> buffer(kAnswerSize / sizeof(pod::uint32));
+  Buffer buffer;
+  std::vector<Link> links;
+  std::vector<std::pair<int, impl::LinkAddress>> addresses;
   for (int interrupted = 0;;) {
     Socket socket;
-    std::vector<Link> links;
-    std::vector<std::pair<int, impl::LinkAddress>> addresses;
-    Request linkRequest = dumpRequest(RTM_GETLINK, 1);
-    Outcome outcome = dump(socket.fd(), linkRequest, "RTM_GETLINK", buffer, [&links](const nlmsghdr& message) {
-      Link link;
-      if (decodeLink(message, link)) links.push_back(std::move(link));
+    links.clear();
+    addresses.clear();
+    // The addresses first: the kernel sizes the answers to a dump after the
+    // reader's last receive, so the larger link records then arrive in one
+    // answer instead of two.
+    Request addressRequest = dumpRequest(RTM_GETADDR, 1);
+    Outcome outcome = dump(socket.fd(), addressRequest, "RTM_GETADDR", buffer, [&addresses](const nlmsghdr& message) {
+      std::pair<int, impl::LinkAddress> entry;
+      if (decodeAddress(message, entry.first, entry.second)) addresses.push_back(std::move(entry));
     });
     if (outcome == Outcome::kComplete) {
-      Request addressRequest = dumpRequest(RTM_GETADDR, 2);
-      outcome = dump(socket.fd(), addressRequest, "RTM_GETADDR", buffer, [&addresses](const nlmsghdr& message) {
-        std::pair<int, impl::LinkAddress> entry;
-        if (decodeAddress(message, entry.first, entry.second)) addresses.push_back(std::move(entry));
+      Request linkRequest = dumpRequest(RTM_GETLINK, 2);
+      outcome = dump(socket.fd(), linkRequest, "RTM_GETLINK", buffer, [&links](const nlmsghdr& message) {
+        Link link;
+        if (decodeLink(message, link)) links.push_back(std::move(link));
       });
     }
     if (outcome == Outcome::kInterrupted && ++interrupted == kAttempts) {
@@ -279,7 +301,7 @@ std::vector<Link> enumerate() {
       Link key;
       key.index = entry.first;
       const auto at = std::lower_bound(links.begin(), links.end(), key, byIndex);
-      // An address of a link that appeared after the link dump: left out.
+      // An address of a link removed before the link dump: left out.
       if (at != links.end() && at->index == entry.first) at->addresses.emplace_back(std::move(entry.second));
     }
     return links;

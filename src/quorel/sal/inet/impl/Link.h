@@ -2,7 +2,7 @@
 /// The state behind inet::Link and the rtnetlink enumeration that fills it.
 ///
 /// Links come from the kernel's routing socket (rtnetlink), not from
-/// "getifaddrs()". Both read the same two kernel dumps (links, then
+/// "getifaddrs()". Both read the same two kernel dumps (links and
 /// addresses), but reading them here:
 /// - lists every link, also those without a link-layer address (tun,
 ///   wireguard, ipip), which "getifaddrs()" reports with no address record of
@@ -47,7 +47,7 @@ namespace link {
 /// Reads the host's links with their addresses, sorted by index. A dump
 /// that the kernel marks interrupted is read again (up to kAttempts times);
 /// an entry that cannot be read (no name, a malformed attribute, an address
-/// of a link that appeared after the link dump) is left out, never fatal.
+/// of a link removed before the link dump) is left out, never fatal.
 /// Throws inet::Exception: a failed system call in the system-call domain
 /// ("::socket(AF_NETLINK, NETLINK_ROUTE) failed", "::sendto(RTM_GETLINK)
 /// failed", "::recvmsg(RTM_GETADDR) failed"), a failure of the enumeration
