@@ -14,6 +14,8 @@ check "/dev/fd" test -e /dev/fd/1
 check "modules on demand" modprobe veth
 check "a loop device" losetup -f
 check "the three disks" test -b "$QUOREL_SCSI_DEBUG" -a -b "$QUOREL_VIRTIO" -a -b "$QUOREL_AHCI"
+check "the NVMe disk and its controller" test -b "$QUOREL_NVME" -a -c "$QUOREL_NVME_CONTROLLER"
+check "the disks' images" test -f "$QUOREL_VIRTIO_IMAGE" -a -f "$QUOREL_AHCI_IMAGE" -a -f "$QUOREL_NVME_IMAGE"
 check "variables from QUOREL_TESTBED_APPEND" test "$QUOREL_TESTBED_CHECK" = passed-in
 echo "$failures failure(s)"
 [ "$failures" = 0 ] && exit 3
