@@ -48,6 +48,7 @@
 #include <quorel/sal/fs/Exception.h>
 #include <quorel/sal/fs/Listing.h>
 #include <quorel/sal/fs/Path.h>
+#include <quorel/sal/fs/QueueLimits.h>
 #include <quorel/sal/fs/Stat.h>
 #include <quorel/sal/fs/TemporaryDirectory.h>
 #include <quorel/sal/fs/dir.h>

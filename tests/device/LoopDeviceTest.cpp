@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -14,14 +15,17 @@
 namespace quorel {
 namespace {
 
-// A loop device over a sparse file, detached and removed at the end.
+// A loop device over a sparse file, detached and removed at the end;
+// partitioned: with one partition from 1 MiB on, as devNUMp1.
 class LoopDevice {
  public:
-  explicit LoopDevice(const std::string& size) {
+  explicit LoopDevice(const std::string& size, bool partitioned = false) {
     file_ = "/tmp/quorel-loop-" + std::to_string(::getpid()) + "-" + size;
     if (std::system(("truncate -s " + size + " " + file_).c_str()) != 0) return;
-    std::unique_ptr<FILE, int (*)(FILE*)> out(::popen(("losetup -f --show " + file_ + " 2>/dev/null").c_str(), "r"),
-                                              ::pclose);
+    if (partitioned && !writePartitionTable()) return;
+    const std::string scan = partitioned ? "-P " : "";
+    std::unique_ptr<FILE, int (*)(FILE*)> out(
+        ::popen(("losetup -f --show " + scan + file_ + " 2>/dev/null").c_str(), "r"), ::pclose);
     char name[64] = {};
     if (out && std::fgets(name, sizeof name, out.get()) != nullptr) device_ = std::string(name, std::strcspn(name, "\n"));
   }
@@ -32,6 +36,22 @@ class LoopDevice {
   const std::string& device() const { return device_; }
 
  private:
+  // A master boot record with one Linux partition of 8 MiB at sector 2048.
+  bool writePartitionTable() const {
+    unsigned char sector[512] = {};
+    unsigned char* entry = sector + 446;
+    entry[4] = 0x83;
+    const unsigned int first = 2048, count = 16384;
+    for (int i = 0; i < 4; ++i) {
+      entry[8 + i] = static_cast<unsigned char>(first >> (8 * i));
+      entry[12 + i] = static_cast<unsigned char>(count >> (8 * i));
+    }
+    sector[510] = 0x55;
+    sector[511] = 0xaa;
+    std::unique_ptr<FILE, int (*)(FILE*)> out(std::fopen(file_.c_str(), "r+"), std::fclose);
+    return out && std::fwrite(sector, sizeof sector, 1, out.get()) == 1;
+  }
+
   std::string file_;
   std::string device_;
 };
@@ -59,6 +79,23 @@ TEST(LoopDevice, EightGiBWrapsToZeroInTheKernelFallback) {
   const sal::fs::Stat s(loop.device());
   EXPECT_EQ(s.blockSize(), 512u);
   EXPECT_EQ(s.size(), 0u);
+}
+
+TEST(LoopDevice, APartitionHasItsDisksQueueLimits) {
+  LoopDevice loop("64M", true);
+  REQUIRE_LOOP(loop);
+  const std::string partition = loop.device() + "p1";
+  for (int i = 0; i < 100 && ::access(partition.c_str(), F_OK) != 0; ++i) ::usleep(10000);
+  if (::access(partition.c_str(), F_OK) != 0) GTEST_SKIP() << "the kernel made no " << partition << " here";
+  const sal::fs::QueueLimits disk = sal::fs::QueueLimits::of(loop.device());
+  const sal::fs::QueueLimits part = sal::fs::QueueLimits::of(partition);
+  EXPECT_NE(std::make_pair(part.majorNumber(), part.minorNumber()),
+            std::make_pair(disk.majorNumber(), disk.minorNumber()));
+  EXPECT_EQ(disk.logicalBlockSize(), 512u);
+  EXPECT_GT(disk.maxHardwareTransfer(), 0u);
+  EXPECT_EQ(part.maxHardwareTransfer(), disk.maxHardwareTransfer());
+  EXPECT_EQ(part.maxDiscard(), disk.maxDiscard());
+  EXPECT_EQ(part.maxSegments(), disk.maxSegments());
 }
 
 }  // namespace
