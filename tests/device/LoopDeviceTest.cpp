@@ -2,6 +2,7 @@
 // whose SG_IO fails, so sizes come from the kernel requests. Needs root.
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -11,6 +12,8 @@
 #include <gtest/gtest.h>
 
 #include <quorel/quorel.h>
+
+#include "support/expect.h"
 
 namespace quorel {
 namespace {
@@ -96,6 +99,19 @@ TEST(LoopDevice, APartitionHasItsDisksQueueLimits) {
   EXPECT_EQ(part.maxHardwareTransfer(), disk.maxHardwareTransfer());
   EXPECT_EQ(part.maxDiscard(), disk.maxDiscard());
   EXPECT_EQ(part.maxSegments(), disk.maxSegments());
+}
+
+TEST(LoopDevice, AnExclusiveOpenOfADeviceInUseIsRefusedWithEBUSY) {
+  LoopDevice loop("8M");
+  REQUIRE_LOOP(loop);
+  sal::xio::fopen::Spec spec;
+  spec.set<sal::xio::i::fopen::read::Enabled>().set<sal::xio::i::fopen::write::Enabled>();
+  const sal::xio::Endpoint holder = sal::xio::Endpoint::adopt(sal::xio::fopen::openExclusive(loop.device(), spec),
+                                                              sal::xio::open::Spec());
+  QUOREL_EXPECT_THROW(sal::xio::fopen::openExclusive(loop.device(), spec), sal::xio::OpenException,
+                      "::open('" + loop.device() + "', O_RDWR O_EXCL O_LARGEFILE F_SETFD=FD_CLOEXEC) failed", 2, EBUSY);
+  // A plain open still succeeds beside the exclusive one.
+  EXPECT_NE(sal::xio::Endpoint::open(loop.device(), spec).id(), sal::xio::i::id::kNone);
 }
 
 }  // namespace

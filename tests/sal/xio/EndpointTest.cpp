@@ -146,6 +146,30 @@ TEST(Endpoints, WrappedStayOpenAdoptedCloseAndReopenGivesANewDescriptor) {
   EXPECT_TRUE(isOpen(static_cast<int>(file.id())));
 }
 
+TEST(Endpoints, AnExclusiveOpenGivesADescriptorToAdoptOrSaysWhyNot) {
+  ScratchFile scratch;
+  fopen::Spec spec;
+  spec.set<i::fopen::read::Enabled>().set<i::fopen::write::Enabled>();
+  fopen::Spec creating;
+  creating.set<i::fopen::read::Enabled>().set<i::fopen::write::Enabled>().set<i::fopen::write::create::Enabled>();
+  ::close(static_cast<int>(fopen::openExclusive(scratch.path, creating)));
+  QUOREL_EXPECT_THROW(fopen::openExclusive(scratch.path, creating), OpenException,
+                      "::open('" + scratch.path +
+                          "', O_RDWR O_EXCL O_CREAT O_LARGEFILE S_IRUSR S_IWUSR F_SETFD=FD_CLOEXEC) failed",
+                      2, EEXIST);
+  // Without O_CREAT, O_EXCL changes nothing on a file: a second open succeeds too.
+  const i::id::type first = fopen::openExclusive(scratch.path, spec);
+  const i::id::type second = fopen::openExclusive(scratch.path, spec);
+  EXPECT_EQ(::fcntl(static_cast<int>(first), F_GETFD), FD_CLOEXEC);
+  Endpoint adopted = Endpoint::adopt(second, open::Spec());
+  File(adopted).write("x", 1);
+  adopted.close();
+  EXPECT_FALSE(isOpen(static_cast<int>(second)));
+  ::close(static_cast<int>(first));
+  QUOREL_EXPECT_THROW(fopen::openExclusive("/nonexistent/quorel", spec), OpenException,
+                      "::open('/nonexistent/quorel', O_RDWR O_EXCL O_LARGEFILE F_SETFD=FD_CLOEXEC) failed", 2, ENOENT);
+}
+
 TEST(Endpoints, AFailedCloseForgetsTheDescriptorSoItsNumberIsNeverClosedAgain) {
   ScratchFile scratch;
   const int descriptors = test::openDescriptorCount();

@@ -11,6 +11,12 @@ Spec::Spec() : handle_(new impl::open::Spec) {}
 
 namespace fopen {
 Spec::Spec(const open::Spec& descriptor) : handle_(new impl::fopen::Spec(descriptor.key())) {}
+
+i::id::type openExclusive(const std::string& path, const Spec& spec) {
+  impl::fopen::Spec computed(spec.key());
+  computed.compute();
+  return computed.open(path, true);
+}
 }  // namespace fopen
 
 }  // namespace xio

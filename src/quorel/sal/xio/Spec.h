@@ -81,6 +81,21 @@ class Spec {
   util::AHandleTo<impl::fopen::Spec> handle_;
 };
 
+/// Opens path as Endpoint::open(path, spec) would, and a block device for
+/// this process alone (O_EXCL): the kernel refuses the open with EBUSY while
+/// the device is mounted, part of a RAID or device-mapper volume, or opened
+/// exclusively by another program, so a discard or raw write cannot reach a
+/// file system in use. On anything but a block device O_EXCL changes
+/// nothing, except with write::create, where it makes the open fail with
+/// EEXIST when the file exists. The descriptor is the caller's, to hand to
+/// Endpoint::adopt (whose open::Spec should say what this spec said).
+/// Throws OpenException "::open('<path>', O_RDWR O_EXCL O_LARGEFILE ...)
+/// failed" (domain 2, errno).
+///
+///   const i::id::type fd = fopen::openExclusive("/dev/sdb", spec);
+///   Endpoint disk = Endpoint::adopt(fd, open::Spec());
+i::id::type openExclusive(const std::string& path, const Spec& spec);
+
 }  // namespace fopen
 }  // namespace xio
 }  // namespace sal

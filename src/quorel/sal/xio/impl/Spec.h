@@ -38,11 +38,13 @@ class Spec {
   bool enabled(int option) const { return options[option] == i::option::kEnabled; }
   /// Fills flags and mode from the options.
   void compute();
-  /// "O_WRONLY O_CREAT O_TRUNC O_LARGEFILE S_IRUSR S_IWUSR F_SETFD=FD_CLOEXEC".
-  std::string flagNames() const;
-  /// open64(path, flags, mode), then fcntlOn; the caller owns the descriptor.
-  /// Throws OpenException "::open('<path>', <flag names>) failed".
-  i::id::type open(const std::string& path) const;
+  /// "O_WRONLY O_CREAT O_TRUNC O_LARGEFILE S_IRUSR S_IWUSR F_SETFD=FD_CLOEXEC";
+  /// O_EXCL follows the access mode for an exclusive open.
+  std::string flagNames(bool exclusive = false) const;
+  /// open64(path, flags, mode), with O_EXCL when exclusive, then fcntlOn;
+  /// the caller owns the descriptor. Throws OpenException
+  /// "::open('<path>', <flag names>) failed".
+  i::id::type open(const std::string& path, bool exclusive = false) const;
   /// Nonblock (F_SETFL, O_NONBLOCK: the status flags become O_NONBLOCK alone,
   /// clearing O_APPEND or O_DIRECT) and close-on-exec, as the options say.
   void fcntlOn(int fd, const std::string& path) const;

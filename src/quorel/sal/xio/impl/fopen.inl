@@ -79,11 +79,12 @@ void Spec::compute() {
   }
 }
 
-std::string Spec::flagNames() const {
+std::string Spec::flagNames(bool exclusive) const {
   const bool read = enabled(fo::kRead);
   const bool write = enabled(fo::kWrite);
   std::string names;
   if (read || write) append(names, read && write ? "O_RDWR" : read ? "O_RDONLY" : "O_WRONLY");
+  if (exclusive) append(names, "O_EXCL");
   if (write) {
     if (enabled(fo::kCreate)) append(names, "O_CREAT");
     if (options[fo::kInit] == i::option::kAppend) append(names, "O_APPEND");
@@ -104,11 +105,11 @@ std::string Spec::flagNames() const {
   return names;
 }
 
-i::id::type Spec::open(const std::string& path) const {
-  const int fd = ::open64(path.c_str(), flags, mode);
+i::id::type Spec::open(const std::string& path, bool exclusive) const {
+  const int fd = ::open64(path.c_str(), flags | (exclusive ? O_EXCL : 0), mode);
   if (fd == -1) {
     const int error = errno;
-    QUOREL_THROW(OpenException)("::open('" + path + "', " + flagNames() + ") failed", kSystemCall, error);
+    QUOREL_THROW(OpenException)("::open('" + path + "', " + flagNames(exclusive) + ") failed", kSystemCall, error);
   }
   try {
     fcntlOn(fd, path);
