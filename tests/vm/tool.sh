@@ -1,7 +1,8 @@
 #!/bin/sh
 # The quorel tool on the test bed's disks: stat with READ CAPACITY, SCSI reads
 # through the synchronous dispatcher (and the READ size it picks or refuses),
-# direct asynchronous reads, UNMAP and TRIM, and a refused discard. Run by scripts/testbed with the tool's folder
+# direct asynchronous reads, UNMAP and TRIM, refused discards (misaligned, a mounted disk) and the
+# advice after refusals. Run by scripts/testbed with the tool's folder
 # first on the PATH.
 . "$(dirname "$0")/checks.sh"
 
@@ -19,5 +20,20 @@ expect "discard --satl" "discarded 64 KiB at 0" quorel discard "$QUOREL_AHCI" --
 expect "discard --trim" "by ATA TRIM in 512-byte blocks" quorel discard "$QUOREL_AHCI" --offset 64K --length 64K --trim
 expect "a SCSI disk refuses ATA TRIM" "quorel: ATA TRIM" quorel discard "$disk" --offset 0 --length 4K --trim
 expect "a misaligned discard" "multiples of the block size (512)" quorel discard "$disk" --offset 1 --length 4K --unmap
+# A mounted disk is refused and left whole, unless --force.
+mkfs.ext4 -q -F "$QUOREL_VIRTIO" && mkdir -p /tmp/quorel-mounted && mount "$QUOREL_VIRTIO" /tmp/quorel-mounted
+expect "a mounted disk is refused" "is in use (mounted" quorel discard "$QUOREL_VIRTIO" --offset 0 --length 1M --unmap
+check "the refused disk's file system is whole" dumpe2fs -h "$QUOREL_VIRTIO"
+expect "--force discards a disk in use" "discarded 64 KiB" \
+  quorel discard "$QUOREL_VIRTIO" --offset 60M --length 64K --unmap --force
+umount /tmp/quorel-mounted
+# Refusals the tool explains: the kernel's AIO limit, a missing capability, a node's permissions.
+sysctl -q -w fs.aio-max-nr=64
+expect "an AIO context past fs.aio-max-nr" "sysctl -w fs.aio-max-nr=" quorel read "$disk" --depth 128 --size 1M
+sysctl -q -w fs.aio-max-nr=65536
+expect "ATA PASS-THROUGH without CAP_SYS_RAWIO" "lacks CAP_SYS_RAWIO" \
+  setpriv --bounding-set=-sys_rawio quorel discard "$QUOREL_AHCI" --offset 0 --length 4K --satl
+expect "a node the user may not open" "does not let this user" \
+  setpriv --reuid=65534 --regid=65534 --clear-groups quorel read "$disk" --scsi --bs 4K --size 4K
 echo "$failures failure(s)"
 [ "$failures" = 0 ]

@@ -24,9 +24,23 @@ bool isCommand(const std::string& name);
 std::string helpFor(const std::string& name);
 std::string manualPage();
 
+// Advice after a failure (diagnose.cpp): lines that say why the kernel
+// refused and what to change, or "" when nothing found explains it.
+// aioAdvice: an asynchronous dispatcher of `depth` requests whose context the
+// kernel refused (fs.aio-nr against fs.aio-max-nr). deviceAdvice: a device
+// that refused the tool with EACCES or EPERM (the node's owner and mode, and
+// for pass-through commands CAP_SYS_RAWIO).
+std::string aioAdvice(int depth);
+std::string deviceAdvice(const std::string& path, int error, bool passThrough);
+
 // A usage error: reported on one line, exit status 2.
 struct UsageError {
   std::string message;
+};
+
+// Ends a command at once with this exit status, its messages written.
+struct Exit {
+  int status;
 };
 
 // Parses a 32-bit error code: decimal (possibly negative) or 0x-prefixed

@@ -6,12 +6,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <iomanip>
 #include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include <quorel/quorel.h>
@@ -115,7 +117,10 @@ class Offsets {
 class AFailureKeeper : public xio::AHandler {
  public:
   void on(xio::AIOCompletionException& e, xio::Request&) override { keep(e); }
-  void on(xio::AIORequestException& e, xio::Request&) override { keep(e); }
+  void on(xio::AIORequestException& e, xio::Request&) override {
+    if (failure_.empty()) submission_ = true;
+    keep(e);
+  }
   void on(xio::AIOCancellationException& e, xio::Request&) override { keep(e); }
   void on(xio::ReadException& e, xio::Request&) override { keep(e); }
   void on(xio::WriteException& e, xio::Request&) override { keep(e); }
@@ -123,14 +128,45 @@ class AFailureKeeper : public xio::AHandler {
 
   bool failed() const { return !failure_.empty(); }
   const std::string& failure() const { return failure_; }
+  int code() const { return code_; }
+  // Whether the first failure was a submission the kernel refused.
+  bool submission() const { return submission_; }
 
  private:
   void keep(const quorel::Exception& e) {
-    if (failure_.empty()) failure_ = e.asSimpleString();
+    if (!failure_.empty()) return;
+    failure_ = e.asSimpleString();
+    code_ = e.code();
   }
 
   std::string failure_;
+  int code_ = 0;
+  bool submission_ = false;
 };
+
+// Reports a failed run with what diagnose.cpp finds behind it; exit status 1.
+int failed(const std::string& failure, const std::string& advice) {
+  std::cerr << "quorel: " << failure << "\n" << advice;
+  return 1;
+}
+
+// Runs what opens or queries path; a refusal the node's permissions explain
+// ends the command with advice.
+template <class Open>
+auto orAdvice(const std::string& path, Open open) -> decltype(open()) {
+  try {
+    return open();
+  } catch (const quorel::Exception& e) {
+    const std::string advice =
+        e.domain() == quorel::sal::i::err::domain::kSystemCall ? deviceAdvice(path, e.code(), false) : "";
+    if (advice.empty()) throw;
+    throw Exit{failed(e.asSimpleString(), advice)};
+  }
+}
+
+xio::Endpoint adoptExclusive(const std::string& path, const xio::fopen::Spec& spec) {
+  return xio::Endpoint::adopt(xio::fopen::openExclusive(path, spec), xio::open::Spec());
+}
 
 // Keeps every request busy until all offsets are read, and counts.
 class Reader : public AFailureKeeper {
@@ -299,7 +335,7 @@ int read(const std::vector<std::string>& args) {
     scratch.reset(new ScratchFile(size < 0 ? 64LL << 20 : size));
     path = scratch->path();
   }
-  quorel::sal::fs::Stat stat(path);
+  const quorel::sal::fs::Stat stat = orAdvice(path, [&] { return quorel::sal::fs::Stat(path); });
   if (!stat.exists()) throw UsageError{"no such file '" + path + "'"};
   const long long available = static_cast<long long>(stat.size());
   if (size < 0 || size > available) size = available;
@@ -309,7 +345,7 @@ int read(const std::vector<std::string>& args) {
   xio::fopen::Spec spec;
   spec.set<xio::i::fopen::read::Enabled>();
   if (direct) spec.set<xio::i::fopen::lin::direct::Enabled>();
-  xio::Endpoint endpoint = xio::Endpoint::open(path, spec);
+  xio::Endpoint endpoint = orAdvice(path, [&] { return xio::Endpoint::open(path, spec); });
 
   xio::mux::Spec mux;
   if (async) {
@@ -350,8 +386,8 @@ int read(const std::vector<std::string>& args) {
   dispatcher.unlock();
   reader.report(std::cout, path);
   if (reader.failed()) {
-    std::cerr << "quorel: " << reader.failure() << "\n";
-    return 1;
+    return failed(reader.failure(), async && reader.submission() ? aioAdvice(depth)
+                                                                   : deviceAdvice(path, reader.code(), scsi));
   }
   return 0;
 }
@@ -372,6 +408,7 @@ class Discarder : public AFailureKeeper {
 int discard(const std::vector<std::string>& args) {
   std::string path, how;
   long long offset = -1, length = -1;
+  bool force = false;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     auto value = [&]() -> const std::string& {
@@ -385,6 +422,8 @@ int discard(const std::vector<std::string>& args) {
     } else if (a == "--unmap" || a == "--trim" || a == "--satl") {
       if (!how.empty()) throw UsageError{"choose one of --unmap, --trim and --satl"};
       how = a;
+    } else if (a == "--force") {
+      force = true;
     } else if (!a.empty() && a[0] == '-') {
       throw UsageError{"unknown option '" + a + "'"};
     } else if (path.empty()) {
@@ -396,7 +435,7 @@ int discard(const std::vector<std::string>& args) {
   if (path.empty() || offset < 0 || length < 0 || how.empty()) {
     throw UsageError{"discard takes PATH --offset O --length L and one of --unmap, --trim, --satl"};
   }
-  quorel::sal::fs::Stat stat(path);
+  const quorel::sal::fs::Stat stat = orAdvice(path, [&] { return quorel::sal::fs::Stat(path); });
   if (!stat.exists()) throw UsageError{"no such file '" + path + "'"};
   const int blockSize = static_cast<int>(stat.blockSize() > 0 ? stat.blockSize() : 512);
   if (offset % blockSize != 0 || length % blockSize != 0) {
@@ -420,20 +459,35 @@ int discard(const std::vector<std::string>& args) {
   xio::Dispatcher dispatcher = xio::Dispatcher::create(mux, 1);
   xio::fopen::Spec spec;
   spec.set<xio::i::fopen::read::Enabled>().set<xio::i::fopen::write::Enabled>();
+  // A device in use (mounted, part of a volume, held by another program)
+  // refuses an exclusive open: its data stays as it is unless --force.
+  xio::Endpoint endpoint;
+  try {
+    endpoint = orAdvice(path, [&] { return force ? xio::Endpoint::open(path, spec) : adoptExclusive(path, spec); });
+  } catch (const xio::OpenException& e) {
+    if (e.code() != EBUSY) throw;
+    std::cerr << "quorel: " << path << " is in use (mounted, part of a volume, or held open by another program); "
+              << "nothing was discarded (--force discards anyway)\n";
+    return 1;
+  }
   Discarder handler;
-  std::unique_ptr<xio::Request> request(dispatcher.newRequestFor(&handler, xio::Endpoint::open(path, spec)));
+  std::unique_ptr<xio::Request> request(dispatcher.newRequestFor(&handler, endpoint));
   request->setBlockSize(blockSize);
-  // A request counts at most 2^31 - 1 bytes: larger ranges go in pieces.
-  const long long piece = (1LL << 30) / blockSize * blockSize;
+  // A request counts at most 2^31 - 1 bytes, and a device takes at most its
+  // queue's discard limit in one command: larger ranges go in pieces.
+  long long piece = (1LL << 30) / blockSize * blockSize;
+  if (stat.is(typeid(quorel::sal::fs::i::stat::type::UnixBlockDevice))) {
+    const uint64 most = quorel::sal::fs::QueueLimits::of(path).maxDiscard();
+    if (most >= static_cast<uint64>(blockSize) && most < static_cast<uint64>(piece)) {
+      piece = static_cast<long long>(most) / blockSize * blockSize;
+    }
+  }
   for (long long at = 0; at < length && !handler.failed(); at += piece) {
     request->submit(xio::i::op::Write(), nullptr, static_cast<int>(std::min(piece, length - at)), offset + at);
     dispatcher.wait();
   }
   const char* name = how == "--unmap" ? "SCSI UNMAP" : how == "--trim" ? "ATA TRIM" : "ATA TRIM (SATL)";
-  if (handler.failed()) {
-    std::cerr << "quorel: " << handler.failure() << "\n";
-    return 1;
-  }
+  if (handler.failed()) return failed(handler.failure(), deviceAdvice(path, handler.code(), true));
   if (options.json) {
     std::cout << json::Object()
                      .add("path", path)

@@ -44,12 +44,15 @@ const Command kCommands[] = {
      "65535 blocks, which 10 bytes cannot address: then it is of 16. --rw10, --rw16 or --rw32 choose the "
      "size; with --rw10, a read that 10 bytes cannot carry is refused, never wrapped. With --scsi, --bs is a "
      "whole number of the device's blocks. Progress goes to standard error when it is a terminal."},
-    {"discard", "PATH --offset O --length L (--unmap|--trim|--satl)",
+    {"discard", "PATH --offset O --length L (--unmap|--trim|--satl) [--force]",
      "release a range of a disk by SCSI UNMAP or ATA TRIM",
      "Releases L bytes at offset O of the device PATH through the synchronous dispatcher: SCSI UNMAP, ATA "
      "TRIM, or ATA TRIM inside SCSI ATA PASS-THROUGH (--satl). Offset and length are multiples of the "
-     "device's block size. A long range goes in as many UNMAP descriptors or TRIM entries, and commands, "
-     "as it needs; a TRIM range past block 2^48 - 1, which TRIM cannot address, is refused."},
+     "device's block size. A long range goes in pieces no larger than the device's discard limit, each in "
+     "as many UNMAP descriptors or TRIM entries, and commands, as it needs; a TRIM range past block "
+     "2^48 - 1, which TRIM cannot address, is refused. The device is opened exclusively: one that is "
+     "mounted, part of a volume or held open by another program is refused and left as it is, unless "
+     "--force."},
     {"sense", "HEX...", "decode SCSI sense bytes given in hexadecimal",
      "Decodes fixed or descriptor format sense data: key, additional sense code and qualifier with their "
      "texts, and the bytes in groups of four. Spaces and colons between digits are ignored."},

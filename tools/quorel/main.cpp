@@ -422,6 +422,8 @@ int main(int argc, char** argv) {
   } catch (const UsageError& e) {
     std::cerr << "quorel: " << e.message << " (run 'quorel help' for usage)\n";
     return 2;
+  } catch (const tool::Exit& e) {
+    return e.status;
   } catch (const quorel::Exception& e) {
     std::cerr << "quorel: " << (options.verbose ? e.asString() : e.asSimpleString()) << "\n";
     return 1;
