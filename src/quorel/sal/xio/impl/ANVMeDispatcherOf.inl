@@ -2,7 +2,10 @@
 // performed in wait() as NVMe Read, Write or Dataset Management commands cut
 // to the namespace's limits, and completed to the handler's slot for the
 // result.
+#include <errno.h>
+
 #include <memory>
+#include <string>
 
 #include <quorel/sal/xio/Dispatcher.h>
 #include <quorel/sal/xio/nvme/Device.h>
