@@ -87,5 +87,6 @@
 #include <quorel/sal/xio/scsi/IOControl.h>
 #include <quorel/sal/xio/impl/scsi/op.h>
 #include <quorel/sal/xio/impl/ata/IOControl.h>
+#include <quorel/sal/xio/nvme/Device.h>
 
 #endif

@@ -113,6 +113,15 @@ TEST(QuorelTool, CommandsPrintExactlyTheirTexts) {
        "{\"description\": \"05/24/00 (ILLEGAL REQUEST / INVALID FIELD IN CDB)\", \"bytes\": \"70000500 0000000A "
        "00000000 2400\"}\n"},
       {"stat /nonexistent/quorel --json", 0, "[{\"path\": \"/nonexistent/quorel\", \"exists\": false}]\n"},
+      {"nvme status 0x4002", 0,
+       "status 0x4002: Invalid Field in Command (status type 0, code 0x02, do not retry)\ntype 0: Generic Command "
+       "Status\n"},
+      {"nvme status 0x0371 --json", 0,
+       "{\"status\": 881, \"type\": 3, \"typeText\": \"Path Related Status\", \"code\": 113, \"text\": \"Command "
+       "Aborted By Host\", \"retryDelay\": 0, \"more\": false, \"doNotRetry\": false}\n"},
+      {"nvme id /dev/null", 1,
+       "quorel: NVMe Identify Controller failed: ::ioctl(NVME_IOCTL_ADMIN_CMD) failed - Inappropriate ioctl for "
+       "device\n"},
       {"links no-such-link0", 1, "quorel: no link is named 'no-such-link0' - No such device\n"},
   });
   // Outputs that depend on the host or the moment: their fixed parts.
@@ -318,7 +327,7 @@ TEST(QuorelTool, LockRunsOneHolderAtATime) {
 
 const char* const kCommands[] = {"info",    "stat",    "ls",      "rm",   "read",      "discard", "sense", "explain",
                                  "uuid",    "version", "resolve", "addr", "net-bench", "cat",     "run",   "lock",
-                                 "clock",   "links",   "fw"};
+                                 "clock",   "links",   "fw",   "nvme"};
 
 TEST(QuorelTool, EveryCommandHasItsHelpAndItsPlaceInTheManualPage) {
   const std::string usage = run("help").out;
@@ -504,7 +513,9 @@ TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
                            "discard /tmp --offset 0 --length 1K --unmap --trim", "run --env =x true",
                            "run --env x true", "run --cwd", "lock name", "help a b", "net-bench --connections 0",
                            "net-bench --seconds", "net-bench --size 1x", "net-bench --size 65537", "net-bench 4", "links lo eth0", "fw", "fw frob",
-                           "fw list x", "fw allow tcp", "fw allow sctp 1", "fw remove tcp 1", "fw deny udp 1 to x"}) {
+                           "fw list x", "fw allow tcp", "fw allow sctp 1", "fw remove tcp 1", "fw deny udp 1 to x", "nvme",
+                           "nvme frob", "nvme id", "nvme status 0x8000", "nvme read /dev/null --frob",
+                           "nvme discard /dev/null --offset 0"}) {
     const ToolRun r = run(args);
     EXPECT_EQ(r.status, 2) << args;
     EXPECT_EQ(r.out.rfind("quorel: ", 0), 0u) << args << ": " << r.out;

@@ -1,8 +1,9 @@
 #!/bin/sh
 # The quorel tool on the test bed's disks: stat with READ CAPACITY, SCSI reads
 # through the synchronous dispatcher (and the READ size it picks or refuses),
-# direct asynchronous reads, UNMAP and TRIM, refused discards (misaligned, a mounted disk) and the
-# advice after refusals. Run by scripts/testbed with the tool's folder
+# direct asynchronous reads, UNMAP and TRIM, refused discards (misaligned, a mounted disk), the
+# advice after refusals, and NVMe pass-through (with a deallocation refused while the namespace is
+# mounted). Run by scripts/testbed with the tool's folder
 # first on the PATH.
 . "$(dirname "$0")/checks.sh"
 
@@ -35,5 +36,21 @@ expect "ATA PASS-THROUGH without CAP_SYS_RAWIO" "lacks CAP_SYS_RAWIO" \
   setpriv --bounding-set=-sys_rawio quorel discard "$QUOREL_AHCI" --offset 0 --length 4K --satl
 expect "a node the user may not open" "does not let this user" \
   setpriv --reuid=65534 --regid=65534 --clear-groups quorel read "$disk" --scsi --bs 4K --size 4K
+
+nvme=$QUOREL_NVME
+expect "nvme id" "serial      quorel-nvme-0" quorel nvme id "$nvme"
+expect "nvme id of the controller --json" '"model": "QEMU NVMe Ctrl"' quorel nvme id "$QUOREL_NVME_CONTROLLER" --json
+expect "nvme smart" "power-on hours" quorel nvme smart "$nvme"
+expect "stat gives the Identify size" "Identify    2147483648 bytes in blocks of 512" quorel stat "$nvme"
+expect "nvme read of 8 MiB in one request" "read 8 MiB at 0 of $nvme by NVMe Read in 1 request of 8 MiB (at most 512 KiB per command)" \
+  quorel nvme read "$nvme" --length 8M --bs 8M
+expect "nvme discard" "deallocated 1 GiB at 0 of $nvme by NVMe Dataset Management in 512-byte blocks (1 command)" \
+  quorel nvme discard "$nvme" --offset 0 --length 1G
+mkdir -p /tmp/quorel-nvme-mount
+check "a mounted file system on the NVMe disk" sh -c "mkfs.ext4 -q -F -E nodiscard $nvme && mount $nvme /tmp/quorel-nvme-mount"
+expect "nvme discard refuses a mounted namespace" "'$nvme' is in use (mounted, or held open exclusively)" \
+  quorel nvme discard "$nvme" --offset 1G --length 1M
+expect "nvme discard --force" '"commands": 1' quorel nvme discard "$nvme" --offset 1G --length 1M --force --json
+umount /tmp/quorel-nvme-mount
 echo "$failures failure(s)"
 [ "$failures" = 0 ]

@@ -3,6 +3,7 @@
 #define QUOREL_TOOLS_QUOREL_COMMAND_H
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -89,6 +90,13 @@ inline int parseSize(const std::string& text) {
 // The commands that run requests through dispatchers.
 int read(const std::vector<std::string>& args);
 int discard(const std::vector<std::string>& args);
+
+// NVMe pass-through (nvme.cpp), and for stat the size Identify Namespace
+// gives a namespace node: false for any other node, error set when the
+// node is one but Identify failed.
+int nvme(const std::vector<std::string>& args);
+bool nvmeSize(const std::string& path, std::uint64_t& size, std::uint32_t& blockSize, std::uint32_t& nsid,
+              std::string& error);
 
 // The commands on directories.
 int ls(const std::vector<std::string>& args);

@@ -25,7 +25,8 @@ const Command kCommands[] = {
     {"stat", "PATH...", "existence, type, owner access, size and block size; READ CAPACITY for devices",
      "For each PATH: whether it exists, its type, the owner's read and write permission, its size and block "
      "size. For block and character devices also the results of READ CAPACITY (10) and (16) sent to the "
-     "device, or why they failed, and what the kernel reports."},
+     "device, or why they failed, and what the kernel reports; for an NVMe namespace the size that Identify "
+     "Namespace gives."},
     {"ls", "[PATH]", "the entries of a directory (default: the current one) with their types",
      "Lists the entries of the directory PATH, never \".\" or \"..\", each with its type: directory, file, "
      "link, fifo, socket, block device, character device, or unknown. Links are not followed. With --json "
@@ -53,6 +54,18 @@ const Command kCommands[] = {
      "2^48 - 1, which TRIM cannot address, is refused. The device is opened exclusively: one that is "
      "mounted, part of a volume or held open by another program is refused and left as it is, unless "
      "--force."},
+    {"nvme", "id|smart PATH | read PATH [--offset O] [--length L] [--bs SIZE] | discard PATH --offset O --length L "
+             "[--force] | status CODE",
+     "NVMe pass-through: Identify, SMART / health, reads, deallocation, status texts",
+     "Sends NVMe commands through the kernel's pass-through ioctls. id prints Identify Controller (model, serial, "
+     "firmware, version, MDTS) and, for a namespace node such as /dev/nvme0n1, Identify Namespace (size, LBA "
+     "format, metadata); a controller node such as /dev/nvme0 takes id and smart. smart prints the SMART / health "
+     "information log. read reads L bytes (default: 64 MiB or up to the end) at O through the NVMe dispatcher in "
+     "requests of --bs bytes (default 1M), each sent in as many Read commands as the device's limits need, and "
+     "reports the rate. discard deallocates L bytes at O by Dataset Management, in as many commands as it takes; "
+     "it opens the namespace exclusively and refuses one that is mounted or held (--force deallocates anyway). "
+     "Offsets and lengths are multiples of the namespace's block size. status decodes a completion status: its "
+     "type, code and retry bits."},
     {"sense", "HEX...", "decode SCSI sense bytes given in hexadecimal",
      "Decodes fixed or descriptor format sense data: key, additional sense code and qualifier with their "
      "texts, and the bytes in groups of four. Spaces and colons between digits are ignored."},

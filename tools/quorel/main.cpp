@@ -16,6 +16,7 @@
 //   quorel rm [-r] PATH...       removes files, and with -r directories with their contents
 //   quorel read [PATH] [OPTIONS] reads through a dispatcher and reports IOPS, MB/s and latency
 //   quorel discard PATH ...      UNMAP or TRIM of a byte range
+//   quorel nvme id|smart|read|discard|status ...  NVMe pass-through
 //   quorel run [OPTIONS] PROGRAM ARGS...  starts a program and exits with its status
 //   quorel lock NAME PROGRAM ARGS...      runs a program while holding a named mutex
 //   quorel fw OPERATION [RULE]            keeps the inbound firewall chain
@@ -258,6 +259,13 @@ int stat(const std::vector<std::string>& args) {
           o.add("sizeByRC10", s.sizeByRC()).add("blockSizeByRC10", s.blockSizeByRC()).add("errorRC10", s.errorRC());
           o.add("sizeByRC16", s.sizeByRC16()).add("blockSizeByRC16", s.blockSizeByRC16());
           o.add("errorRC16", s.errorRC16()).add("kernelError", s.error());
+          std::uint64_t size = 0;
+          std::uint32_t block = 0, nsid = 0;
+          std::string error;
+          if (t == 5 && tool::nvmeSize(path, size, block, nsid, error)) {
+            o.add("nvmeNamespace", nsid).add("sizeByIdentify", size).add("blockSizeByIdentify", block);
+            o.add("errorIdentify", error);
+          }
         }
       }
       reports.push_back(o.str());
@@ -286,6 +294,12 @@ int stat(const std::vector<std::string>& args) {
       line("RC(10)      ", s.sizeByRC(), s.blockSizeByRC(), s.errorRC());
       if (!s.errorRC().empty()) line("RC(16)      ", s.sizeByRC16(), s.blockSizeByRC16(), s.errorRC16());
       if (!s.error().empty()) std::cout << "  kernel      " << s.error() << "\n";
+      std::uint64_t size = 0;
+      std::uint32_t block = 0, nsid = 0;
+      std::string error;
+      if (type == 5 && tool::nvmeSize(path, size, block, nsid, error)) {
+        line("Identify    ", size, block, error);  // of the NVMe namespace
+      }
     }
   }
   if (options.json) std::cout << json::array(reports) << "\n";
@@ -380,6 +394,7 @@ int dispatch(const std::string& command, const std::vector<std::string>& args) {
   if (command == "rm") return tool::rm(args);
   if (command == "read") return tool::read(args);
   if (command == "discard") return tool::discard(args);
+  if (command == "nvme") return tool::nvme(args);
   if (command == "run") return tool::run(args);
   if (command == "lock") return tool::lock(args);
   if (command == "fw") return tool::firewall(args);

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include <quorel/sal/xio/impl/AAIOPollDispatcherOf.inl>
+#include <quorel/sal/xio/impl/ANVMeDispatcherOf.inl>
 #include <quorel/sal/xio/impl/ASIODispatcherOf.inl>
 #include <quorel/sal/xio/impl/ASelectDispatcherOf.inl>
 #include <quorel/util/Throw.h>
@@ -127,6 +128,14 @@ Dispatcher Dispatcher::create(const mux::Spec& spec, int depth) {
 
 Dispatcher Dispatcher::createSelecting() {
   return Dispatcher(new impl::ADispatcherUsing<impl::ASelectDispatcherOf<impl::RequestRecord>>());
+}
+
+Dispatcher Dispatcher::createNVMe(const nvme::Device& device) {
+  return Dispatcher(new impl::ADispatcherUsing<impl::ANVMeDispatcherOf<impl::RequestRecord>>(device, false));
+}
+
+Dispatcher Dispatcher::createNVMe(const nvme::Device& device, nvme::i::op::Deallocate) {
+  return Dispatcher(new impl::ADispatcherUsing<impl::ANVMeDispatcherOf<impl::RequestRecord>>(device, true));
 }
 
 Request* Dispatcher::newRequestFor(AHandler* handler, const Endpoint& endpoint) const {

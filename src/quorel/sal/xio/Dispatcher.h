@@ -26,6 +26,15 @@ namespace quorel {
 namespace sal {
 namespace xio {
 
+namespace nvme {
+class Device;
+namespace i {
+namespace op {
+struct Deallocate;
+}  // namespace op
+}  // namespace i
+}  // namespace nvme
+
 namespace mux {
 
 /// Which dispatcher to build and how the synchronous one performs requests:
@@ -207,6 +216,20 @@ class Dispatcher {
   /// interrupt() works from any thread and is kept for the next wait when
   /// none is in progress. Throws what Selector() throws.
   static Dispatcher createSelecting();
+  /// The NVMe dispatcher: the synchronous dispatcher's contract (one pending
+  /// request, performed in wait(); muxSpec() has type::Sync), its requests
+  /// sent as NVMe commands on their endpoints (the device's own endpoint(),
+  /// or another open of its namespace) to the device's namespace: a read as
+  /// Read, a write as Write or, on the dispatcher made with Deallocate, as
+  /// Dataset Management deallocating the request's range (its buffer is not
+  /// used). Each request goes in as many commands as the device's limits
+  /// need (see nvme::Device::readAt); it completes with its byte count.
+  /// Failures reach the handler's read-failed and write-failed slots as
+  /// nvme::ReadException and nvme::WriteException ("NVMe Read failed: ...").
+  /// Learns the namespace's geometry now: throws what nvme::Device::maxTransfer
+  /// throws.
+  static Dispatcher createNVMe(const nvme::Device& device);
+  static Dispatcher createNVMe(const nvme::Device& device, nvme::i::op::Deallocate);
 
   /// A new request for handler (not owned) on endpoint; the caller owns it.
   Request* newRequestFor(AHandler* handler, const Endpoint& endpoint) const;
