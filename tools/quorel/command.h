@@ -25,6 +25,9 @@ bool isCommand(const std::string& name);
 std::string helpFor(const std::string& name);
 std::string manualPage();
 
+// A byte count in the largest unit that divides it: "8 MiB", "1 GiB", "100 bytes".
+std::string bytesText(long long bytes);
+
 // Advice after a failure (diagnose.cpp): lines that say why the kernel
 // refused and what to change, or "" when nothing found explains it.
 // aioAdvice: an asynchronous dispatcher of `depth` requests whose context the

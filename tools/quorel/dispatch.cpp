@@ -42,20 +42,6 @@ class Buffer {
   char* data_;
 };
 
-std::string bytesText(long long bytes) {
-  std::ostringstream out;
-  if (bytes >= (1LL << 30) && bytes % (1LL << 30) == 0) {
-    out << bytes / (1LL << 30) << " GiB";
-  } else if (bytes >= (1LL << 20) && bytes % (1LL << 20) == 0) {
-    out << bytes / (1LL << 20) << " MiB";
-  } else if (bytes >= 1024 && bytes % 1024 == 0) {
-    out << bytes / 1024 << " KiB";
-  } else {
-    out << bytes << " bytes";
-  }
-  return out.str();
-}
-
 // A scratch file of size bytes that is removed when the run ends.
 class ScratchFile {
  public:
@@ -279,6 +265,20 @@ void drain(xio::Dispatcher& dispatcher) {
 }
 
 }  // namespace
+
+std::string bytesText(long long bytes) {
+  std::ostringstream out;
+  if (bytes >= (1LL << 30) && bytes % (1LL << 30) == 0) {
+    out << bytes / (1LL << 30) << " GiB";
+  } else if (bytes >= (1LL << 20) && bytes % (1LL << 20) == 0) {
+    out << bytes / (1LL << 20) << " MiB";
+  } else if (bytes >= 1024 && bytes % 1024 == 0) {
+    out << bytes / 1024 << " KiB";
+  } else {
+    out << bytes << " bytes";
+  }
+  return out.str();
+}
 
 int read(const std::vector<std::string>& args) {
   std::string path;

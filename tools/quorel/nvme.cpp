@@ -29,20 +29,6 @@ namespace tick = quorel::sal::time::tick;
 using quorel::pod::uint32;
 using quorel::pod::uint64;
 
-std::string sizeText(uint64 bytes) {
-  std::ostringstream out;
-  if (bytes >= (1ULL << 30) && bytes % (1ULL << 30) == 0) {
-    out << bytes / (1ULL << 30) << " GiB";
-  } else if (bytes >= (1ULL << 20) && bytes % (1ULL << 20) == 0) {
-    out << bytes / (1ULL << 20) << " MiB";
-  } else if (bytes >= 1024 && bytes % 1024 == 0) {
-    out << bytes / 1024 << " KiB";
-  } else {
-    out << bytes << " bytes";
-  }
-  return out.str();
-}
-
 std::string versionText(uint32 version) {
   if (version == 0) return "not reported";
   return std::to_string(version >> 16) + "." + std::to_string(version >> 8 & 0xff) + "." +
@@ -88,7 +74,7 @@ int identify(const std::string& path) {
             << "  vendor      " << hexText(c.vendor, 4) << "\n"
             << "  version     " << versionText(c.version) << "\n"
             << "  mdts        " << +c.mdts << " ("
-            << (c.maxTransfer() == 0 ? std::string("no limit") : sizeText(c.maxTransfer()) + " per command") << ")\n"
+            << (c.maxTransfer() == 0 ? std::string("no limit") : bytesText(c.maxTransfer()) + " per command") << ")\n"
             << "  namespaces  " << c.namespaces << "\n";
   if (space) {
     std::cout << "  namespace   " << n.id << ": " << n.bytes() << " bytes, " << n.size << " blocks of " << n.blockSize
@@ -264,8 +250,8 @@ int readThrough(const std::string& path, Range r) {
                      .str()
               << "\n";
   } else {
-    std::cout << "read " << sizeText(handler.bytes) << " at " << r.offset << " of " << path << " by NVMe Read in "
-              << requests << (requests == 1 ? " request" : " requests") << " of " << sizeText(r.bs) << " (at most " << sizeText(device.maxTransfer())
+    std::cout << "read " << bytesText(handler.bytes) << " at " << r.offset << " of " << path << " by NVMe Read in "
+              << requests << (requests == 1 ? " request" : " requests") << " of " << bytesText(r.bs) << " (at most " << bytesText(device.maxTransfer())
               << " per command): " << std::fixed << std::setprecision(1) << rate << " MB/s in "
               << std::setprecision(3) << elapsed << " s\n";
   }
@@ -303,7 +289,7 @@ int deallocate(const std::string& path, const Range& r) {
                      .str()
               << "\n";
   } else {
-    std::cout << "deallocated " << sizeText(static_cast<uint64>(r.length)) << " at " << r.offset << " of " << path
+    std::cout << "deallocated " << bytesText(r.length) << " at " << r.offset << " of " << path
               << " by NVMe Dataset Management in " << device->blockSize() << "-byte blocks (" << commands
               << (commands == 1 ? " command" : " commands") << ")\n";
   }
