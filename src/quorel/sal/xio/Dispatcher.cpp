@@ -7,6 +7,7 @@
 #include <quorel/sal/xio/impl/AAIOPollDispatcherOf.inl>
 #include <quorel/sal/xio/impl/ASIODispatcherOf.inl>
 #include <quorel/sal/xio/impl/ASelectDispatcherOf.inl>
+#include <quorel/sal/xio/impl/AURingDispatcherOf.inl>
 #include <quorel/util/Throw.h>
 
 namespace quorel {
@@ -127,6 +128,17 @@ Dispatcher Dispatcher::create(const mux::Spec& spec, int depth) {
 
 Dispatcher Dispatcher::createSelecting() {
   return Dispatcher(new impl::ADispatcherUsing<impl::ASelectDispatcherOf<impl::RequestRecord>>());
+}
+
+Dispatcher Dispatcher::createURing(int depth) { return Dispatcher(impl::createURingWith(depth, false)); }
+
+Dispatcher Dispatcher::createURing(int depth, i::mux::type::Async) {
+  return Dispatcher(impl::createURingWith(depth, true));
+}
+
+bool Dispatcher::usesURing() const {
+  return dynamic_cast<const impl::ADispatcherUsing<impl::AURingDispatcherOf<impl::RequestRecord>>*>(
+             &handle_.reference()) != nullptr;
 }
 
 Request* Dispatcher::newRequestFor(AHandler* handler, const Endpoint& endpoint) const {
