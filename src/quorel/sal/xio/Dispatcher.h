@@ -210,8 +210,11 @@ class Dispatcher {
   /// The io_uring dispatcher: the asynchronous dispatcher's contract (handler
   /// slots, messages, -666 for count -1, lock() and the owner) over an
   /// io_uring of depth entries (1 to 32768). Requests queued between waits
-  /// reach the kernel together, with the wait that follows; requests beyond
-  /// the depth wait in the dispatcher and go in as completions make room.
+  /// reach the kernel together, with the wait that follows; those that
+  /// handlers queue while a wait completes a round go in batches as large as
+  /// what the kernel still holds, so that the device is kept busy. Requests
+  /// beyond the depth wait in the dispatcher and go in as completions make
+  /// room.
   /// Its muxSpec() has type::Async. Differences from the asynchronous
   /// dispatcher: the kernel reports a request's own faults (a descriptor that
   /// is not open, a misaligned direct transfer) in its completion, so they
