@@ -23,6 +23,7 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <typeinfo>
@@ -458,6 +459,7 @@ struct Kind {
   const char* name;
   bool uring;
 };
+void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
 
 class AsyncDispatchers : public ::testing::TestWithParam<Kind> {
  protected:

@@ -224,8 +224,10 @@ class Dispatcher {
   /// offset of the read is negative" (or "of the write", at once from
   /// submit()). interrupt() posts an eventfd that the ring polls instead of
   /// sending a signal: it ends the wait in progress or, when none is, the
-  /// owner's next one (an interrupt is never lost). Destruction cancels what
-  /// is in the kernel and waits for it to end.
+  /// owner's next one (an interrupt is never lost); a signal does not end a
+  /// wait. Destruction cancels what is in the kernel and waits for it to end;
+  /// the kernel then interrupts the owner once, in the background, to unlink
+  /// it from the ring (a native AIO wait of that thread may end early then).
   ///
   /// Throws InvalidArgumentException "the queue depth must be at least 1" or
   /// "the queue depth must be at most 32768"; AIOException "::io_uring_setup()
