@@ -37,12 +37,6 @@ inline int enter(int ring, unsigned int toSubmit, unsigned int least, unsigned i
                                     static_cast<long>(size)));
 }
 
-// io_uring_register: 0 (or what the opcode returns), or -1 with errno.
-inline int registerWith(int ring, unsigned int opcode, const void* argument, unsigned int count) {
-  return static_cast<int>(::syscall(__NR_io_uring_register, static_cast<long>(ring), static_cast<long>(opcode),
-                                    argument, static_cast<long>(count)));
-}
-
 // Maps length bytes of the ring at offset, shared with the kernel and
 // populated. Throws AIOException "::mmap() failed".
 inline void* map(int ring, size_t length, unsigned long long offset) {
