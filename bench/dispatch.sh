@@ -1,9 +1,10 @@
 #!/bin/sh
 # 4 KiB random reads with O_DIRECT: the asynchronous dispatcher (quorel read
-# --async) against fio's libaio engine at the same depth with one submission
-# per I/O, and the synchronous dispatcher (quorel read --sync) against fio's
-# psync engine. The two run in turn on the same target, ROUNDS times; the best
-# run of each counts.
+# --async) against fio's libaio engine and the io_uring dispatcher (quorel
+# read --uring) against fio's io_uring engine, at the same depth with one
+# submission per I/O for fio, and the synchronous dispatcher (quorel read
+# --sync) against fio's psync engine. The two run in turn on the same target,
+# ROUNDS times; the best run of each counts.
 #
 #   bench/dispatch.sh [TARGET]   a file or block device; default: a 1 GiB file
 #                                in $BENCH_DIR (default /var/tmp), made and removed
@@ -21,7 +22,8 @@
 # beside it), so both tools run beside the same sleeper unless AWAKE=0.
 #
 # Knobs: QUOREL (the tool), IOS (I/Os per run, default 65536), DEPTHS (default
-# "1 8 32 128"), ROUNDS (default 3), AWAKE (default 1).
+# "1 8 32 128"), ROUNDS (default 3), AWAKE (default 1), URING (default 1; 0
+# leaves the io_uring rows out).
 set -eu
 
 quorel=${QUOREL:-$(command -v quorel || echo "$(dirname "$0")/../build/i386/tools/quorel")}
@@ -81,4 +83,9 @@ run() {  # LABEL QUOREL-MODE FIO-ENGINE DEPTH
 for depth in $depths; do
   run "async vs libaio, depth $depth" async libaio "$depth"
 done
+if [ "${URING:-1}" = 1 ]; then
+  for depth in $depths; do
+    run "uring vs io_uring, depth $depth" uring io_uring "$depth"
+  done
+fi
 run "sync vs psync" sync psync 1

@@ -5,6 +5,7 @@
 #include <stdarg.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/mman.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <dirent.h>
@@ -108,6 +109,13 @@ QUOREL_INTERPOSE(int, epoll_ctl, (int epfd, int op, int fd, struct epoll_event* 
 QUOREL_INTERPOSE(int, epoll_wait, (int epfd, struct epoll_event* events, int capacity, int timeout),
                  (epfd, events, capacity, timeout), false, { errno = error; return -1; })
 QUOREL_INTERPOSE(int, eventfd, (unsigned int count, int flags), (count, flags), true, { errno = error; return -1; })
+
+// The rings of the io_uring dispatcher. ThreadSanitizer maps its shadow
+// memory through mmap while it starts: its build leaves this one out.
+#ifndef __SANITIZE_THREAD__
+QUOREL_INTERPOSE(void*, mmap, (void* address, size_t length, int protection, int flags, int fd, off_t offset),
+                 (address, length, protection, flags, fd, offset), true, { errno = error; return MAP_FAILED; })
+#endif
 
 // Paths and directories.
 QUOREL_INTERPOSE(int, mkdir, (const char* path, mode_t mode), (path, mode), true, { errno = error; return -1; })

@@ -175,7 +175,7 @@ long long figure(const std::string& out, const std::string& name) {
   return std::atoll(out.c_str() + at + name.size() + 1);
 }
 
-TEST(QuorelTool, ReadRunsOnATemporaryFileThroughEitherDispatcher) {
+TEST(QuorelTool, ReadRunsOnATemporaryFileThroughEachDispatcher) {
   // A directory of its own: no other run of the tool leaves files in it.
   char directory[] = "/tmp/quorel-tool-read-XXXXXX";
   ASSERT_NE(::mkdtemp(directory), nullptr);
@@ -191,6 +191,13 @@ TEST(QuorelTool, ReadRunsOnATemporaryFileThroughEitherDispatcher) {
   EXPECT_EQ(r.status, 0) << r.out;
   EXPECT_NE(r.out.find(": 1 MiB, sync, 64 KiB blocks, random, buffered\n"), std::string::npos) << r.out;
   EXPECT_EQ(figure(r.out, "ios"), 16) << r.out;
+
+  r = run("read --uring --depth 8 --bs 16K --size 1M");
+  if (r.out.find("::io_uring_setup() failed") == std::string::npos) {  // a kernel that gives no io_uring
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_NE(r.out.find(": 1 MiB, uring depth 8, 16 KiB blocks, sequential, buffered\n"), std::string::npos) << r.out;
+    EXPECT_EQ(figure(r.out, "ios"), 64) << r.out;
+  }
 
   r = run("read --direct --depth 8 --size 2M");
   if (r.out.find("Invalid argument") == std::string::npos) {  // a temporary directory without O_DIRECT
@@ -508,7 +515,7 @@ TEST(QuorelTool, BadArgumentsGiveOneLineAndStatusTwo) {
                            "clock now", "uuid -1", "uuid 1 2", "version 1..2", "addr 10.0.0.1/33", "addr host/8",
                            "resolve", "cat --bs", "cat --bs 0 x", "sense 7", "sense zz", "stat", "read --depth 0",
                            "read --depth 5000", "read --size -1", "read --rw10", "read x --scsi --rw10 --rw16",
-                           "read --sync --depth 4", "read --frob", "read /nonexistent/quorel",
+                           "read --sync --depth 4", "read --frob", "read x --scsi --uring", "read /nonexistent/quorel",
                            "discard /tmp --offset 0 --length 1", "discard /tmp --offset 1 --length 512 --unmap",
                            "discard /tmp --offset 0 --length 1K --unmap --trim", "run --env =x true",
                            "run --env x true", "run --cwd", "lock name", "help a b", "net-bench --connections 0",

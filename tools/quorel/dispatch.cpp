@@ -1,6 +1,6 @@
 // quorel read and quorel discard: requests through the library's dispatchers.
 //
-//   quorel read [PATH] [--async|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--ios N] [--direct]
+//   quorel read [PATH] [--async|--uring|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--ios N] [--direct]
 //               [--random] [--scsi [--rw10|--rw16|--rw32]]
 //   quorel discard PATH --offset O --length L (--unmap|--trim|--satl)
 #include <unistd.h>
@@ -282,7 +282,7 @@ std::string bytesText(long long bytes) {
 
 int read(const std::vector<std::string>& args) {
   std::string path;
-  bool async = true, direct = false, random = false, scsi = false, depthGiven = false;
+  bool async = true, uring = false, direct = false, random = false, scsi = false, depthGiven = false;
   int depth = 32, blockSize = 4096, cdb = 0;  // cdb 0: the tool chooses
   long long size = -1, ios = -1;
   for (size_t i = 0; i < args.size(); ++i) {
@@ -293,8 +293,11 @@ int read(const std::vector<std::string>& args) {
     };
     if (a == "--async") {
       async = true;
+      uring = false;
+    } else if (a == "--uring") {
+      async = uring = true;
     } else if (a == "--sync") {
-      async = false;
+      async = uring = false;
     } else if (a == "--depth") {
       depth = parseInteger(value(), "depth");
       if (depth < 1 || depth > 4096) throw UsageError{"invalid depth '" + args[i] + "' (1 to 4096)"};
@@ -325,6 +328,7 @@ int read(const std::vector<std::string>& args) {
   if (cdb != 0 && !scsi) throw UsageError{"--rw10, --rw16 and --rw32 go with --scsi"};
   if (scsi) {
     if (path.empty()) throw UsageError{"--scsi needs a device PATH"};
+    if (uring) throw UsageError{"--scsi runs through the synchronous dispatcher, not --uring"};
     async = false;  // pass-through runs through the synchronous dispatcher
   }
   if (!async && depthGiven && depth != 1) throw UsageError{"the synchronous dispatcher runs one request at a time"};
@@ -359,14 +363,16 @@ int read(const std::vector<std::string>& args) {
     if (cdb == 16) mux.set<xio::i::mux::scsi::rw16>();
     if (cdb == 32) mux.set<xio::i::mux::scsi::rw32>();
   }
-  xio::Dispatcher dispatcher = xio::Dispatcher::create(mux, depth);
+  xio::Dispatcher dispatcher = uring ? xio::Dispatcher::createURing(depth) : xio::Dispatcher::create(mux, depth);
   dispatcher.lock();
 
   Offsets offsets(size, blockSize, random, ios < 0 ? size / blockSize : ios);
   const bool terminal = ::isatty(2) == 1;
   Reader reader(offsets, blockSize, terminal);
   if (!options.json) std::cout << "read " << path << (scratch ? " (temporary)" : "") << ": " << bytesText(size) << ", "
-            << (async ? "async depth " + std::to_string(depth) : std::string("sync")) << ", "
+            << (uring ? "uring depth " + std::to_string(depth)
+                      : async ? "async depth " + std::to_string(depth) : std::string("sync"))
+            << ", "
             << bytesText(blockSize) << " blocks, " << (random ? "random" : "sequential") << ", "
             << (direct ? "direct" : "buffered")
             << (scsi ? ", SCSI READ(" + std::to_string(cdb) + ")" : std::string()) << "\n"

@@ -34,12 +34,12 @@ const Command kCommands[] = {
     {"rm", "[-r] PATH...", "remove files, and with -r directories with everything in them",
      "Removes each PATH. A directory needs -r, which removes it with its contents without ever following "
      "a symbolic link: a link inside goes, what it leads to stays. Prints how many entries went."},
-    {"read", "[PATH] [--async|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--ios N] [--direct] [--random] "
+    {"read", "[PATH] [--async|--uring|--sync] [--depth N] [--bs SIZE] [--size SIZE] [--ios N] [--direct] [--random] "
              "[--scsi [--rw10|--rw16|--rw32]]",
      "read through a dispatcher; bytes, I/Os, IOPS, MB/s and mean latency",
      "Reads the first SIZE bytes of PATH (without PATH: a temporary 64 MiB file, removed afterwards) "
-     "through a dispatcher: asynchronous (native AIO) with N requests in flight (default 32) or "
-     "synchronous, in requests of --bs bytes (default 4K), --ios of them (default: SIZE once over), "
+     "through a dispatcher: asynchronous (native AIO, or io_uring with --uring) with N requests in flight "
+     "(default 32) or synchronous, in requests of --bs bytes (default 4K), --ios of them (default: SIZE once over), "
      "sequential or at random offsets, buffered or with O_DIRECT, or as SCSI READ commands. A SCSI READ "
      "is of 10 bytes, unless the device or the read reaches past block 2^32 - 1 or a request is more than "
      "65535 blocks, which 10 bytes cannot address: then it is of 16. --rw10, --rw16 or --rw32 choose the "

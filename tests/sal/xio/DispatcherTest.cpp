@@ -1,19 +1,29 @@
 // Dispatchers: the option words, the synchronous dispatcher's paths and
-// misuse, and the native AIO dispatcher's submissions, completions, waits and
-// interrupts.
+// misuse, and the submissions, completions, waits and interrupts of the
+// asynchronous ones (native AIO and io_uring, one contract).
 #include <fcntl.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/io_uring.h>
+#include <linux/seccomp.h>
 #include <scsi/sg.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <typeinfo>
@@ -128,8 +138,11 @@ std::vector<Event> runOne(Dispatcher& dispatcher, const Endpoint& endpoint, bool
 
 // A scratch file removed at the end of the test.
 struct ScratchFile {
-  std::string path = "/tmp/quorel-dispatch-" + std::to_string(::getpid()) + "-" +
-                     ::testing::UnitTest::GetInstance()->current_test_info()->name();
+  std::string path = [] {
+    std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    for (char& c : name) c = c == '/' ? '-' : c;  // parametrised tests: "Case/Kind"
+    return "/tmp/quorel-dispatch-" + std::to_string(::getpid()) + "-" + name;
+  }();
   ~ScratchFile() { ::unlink(path.c_str()); }
 
   Endpoint open(bool read, bool write, bool direct = false) const {
@@ -149,7 +162,8 @@ struct ScratchFile {
 // handler on the file.
 struct Rig {
   Rig(const std::string& text, const mux::Spec& spec, int depth, bool write = false)
-      : dispatcher(Dispatcher::create(spec, depth)) {
+      : Rig(text, Dispatcher::create(spec, depth), write) {}
+  Rig(const std::string& text, const Dispatcher& d, bool write = false) : dispatcher(d) {
     file.fill(text);
     endpoint = file.open(true, write);
     request.reset(dispatcher.newRequestFor(&handler, endpoint));
@@ -424,17 +438,56 @@ bool directEndpoint(const ScratchFile& file, Endpoint& endpoint, std::string& wh
   }
 }
 
-TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData) {
+// Why this process gets no io_uring dispatcher, or "" when it does.
+const std::string& noURing() {
+  static const std::string why = [] {
+    try {
+      Dispatcher::createURing(1);
+      return std::string();
+    } catch (const quorel::Exception& e) {
+      return "the kernel gives this process no io_uring: " + e.asSimpleString();
+    }
+  }();
+  return why;
+}
+#define QUOREL_REQUIRE_URING() \
+  if (!noURing().empty()) GTEST_SKIP() << noURing()
+
+// The asynchronous dispatchers: native AIO (create with type::Async) and
+// io_uring (createURing), which share a contract.
+struct Kind {
+  const char* name;
+  bool uring;
+};
+void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
+
+class AsyncDispatchers : public ::testing::TestWithParam<Kind> {
+ protected:
+  void SetUp() override {
+    if (uring()) QUOREL_REQUIRE_URING();
+  }
+  bool uring() const { return GetParam().uring; }
+  Dispatcher make(int depth) const {
+    return uring() ? Dispatcher::createURing(depth) : Dispatcher::create(asyncSpec(), depth);
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Kind, AsyncDispatchers, ::testing::Values(Kind{"AIO", false}, Kind{"URing", true}),
+                         [](const ::testing::TestParamInfo<Kind>& kind) { return std::string(kind.param.name); });
+
+TEST_P(AsyncDispatchers, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData) {
   const int kBlocks = 4096, kBlock = 4096;
   ScratchFile file;
   Endpoint endpoint;
   std::string why;
   if (!directEndpoint(file, endpoint, why)) GTEST_SKIP() << why;
 
-  // A queue of one, then every request in flight at once.
+  // A queue of one, then every request in flight at once. io_uring takes
+  // requests beyond its depth and submits them as room comes; native AIO is
+  // given no more than its depth.
   for (int depth : {1, kBlocks}) {
     SCOPED_TRACE(depth);
-    Dispatcher dispatcher = Dispatcher::create(asyncSpec(), depth);
+    Dispatcher dispatcher = make(depth);
     Aligned data(static_cast<size_t>(kBlocks) * kBlock);
     Recorder handler;
     std::vector<std::unique_ptr<Request>> requests;
@@ -448,12 +501,12 @@ TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData
     for (bool write : {true, false}) {
       for (int k = 0; k < kBlocks; ++k) {
         const int n = write ? k : kBlocks - 1 - k;
-        if (dispatcher.pending() == depth) dispatcher.waitFor(10000);
+        if (!uring() && dispatcher.pending() == depth) dispatcher.waitFor(10000);
         const long long at = static_cast<long long>(n) * kBlock;
         ASSERT_TRUE(write ? requests[n]->submit(i::op::Write(), block(n), kBlock, at)
                           : requests[n]->submit(i::op::Read(), block(n), kBlock, at));
       }
-      EXPECT_EQ(dispatcher.pending(), depth);
+      EXPECT_EQ(dispatcher.pending(), uring() ? kBlocks : depth);
       dispatcher.wait();
       if (write) std::memset(data.data, 0, static_cast<size_t>(kBlocks) * kBlock);
     }
@@ -471,13 +524,13 @@ TEST(AsyncDispatcher, ThousandsOfDirectRequestsInFlightCompleteOnceWithTheirData
   }
 }
 
-TEST(AsyncDispatcher, AMisalignedDirectRequestCompletesWithTheErrorNumber) {
+TEST_P(AsyncDispatchers, AMisalignedDirectRequestCompletesWithTheErrorNumber) {
   ScratchFile file;
   file.fill(std::string(8192, 'x'));
   Endpoint endpoint;
   std::string why;
   if (!directEndpoint(file, endpoint, why)) GTEST_SKIP() << why;
-  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 4);
+  Dispatcher dispatcher = make(4);
   Recorder handler;
   std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
   Aligned buffer(8192);
@@ -488,7 +541,7 @@ TEST(AsyncDispatcher, AMisalignedDirectRequestCompletesWithTheErrorNumber) {
                                         kSystemCall, EINVAL);
 }
 
-// Offsets beyond 32 bits reach the file unchanged through either dispatcher
+// Offsets beyond 32 bits reach the file unchanged through each dispatcher
 // (a sparse file: nothing below the offset is written); a read ends short at
 // the end of the file.
 TEST(Dispatchers, OffsetsAbove4GiBReachTheFile) {
@@ -498,12 +551,16 @@ TEST(Dispatchers, OffsetsAbove4GiBReachTheFile) {
   const int fd = static_cast<int>(endpoint.id());
   char text[] = "beyond four gibibytes";
   const int length = static_cast<int>(sizeof text - 1);
-  for (bool async : {false, true}) {
-    SCOPED_TRACE(async ? "Async" : "Sync");
-    Dispatcher dispatcher = Dispatcher::create(async ? asyncSpec() : syncSpec(), 4);
+  long long end = 0;
+  for (const char* kind : {"Sync", "Async", "URing"}) {  // a torn-down ring may end a later AIO wait early
+    SCOPED_TRACE(kind);
+    const bool uring = kind[0] == 'U';
+    if (uring && !noURing().empty()) continue;
+    Dispatcher dispatcher = uring ? Dispatcher::createURing(4)
+                                  : Dispatcher::create(kind[0] == 'A' ? asyncSpec() : syncSpec(), 4);
     Recorder handler;
     std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, endpoint));
-    const long long at = kFiveGiB + (async ? 12295 : 4099);
+    const long long at = kFiveGiB + (uring ? 12295 : kind[0] == 'A' ? 8197 : 4099);  // each beyond the last
     char back[sizeof text] = {};
     request->setID(7);
     request->submit(i::op::Write(), text, length, at);
@@ -527,27 +584,42 @@ TEST(Dispatchers, OffsetsAbove4GiBReachTheFile) {
     EXPECT_EQ(std::string(back, length), text);
     ASSERT_EQ(::pread64(fd, back, 6, at + 4096), 6);  // count and offset alone reach the file unchanged
     EXPECT_EQ(std::string(back, 6), "beyond");
+    end = at + 4096 + 6;
   }
   struct stat64 status;
   ASSERT_EQ(::fstat64(fd, &status), 0);
-  EXPECT_EQ(status.st_size, kFiveGiB + 12295 + 4096 + 6);
+  EXPECT_EQ(status.st_size, end);
   EXPECT_LT(status.st_blocks, 1024);  // sparse
 }
 
-TEST(AsyncDispatcher, ARefusedSubmissionReachesItsSlotAndLeavesNothingPending) {
-  Rig rig("abc", asyncSpec(), 4, true);
-  rig.endpoint.close();  // no descriptor: io_submit refuses it
+// A request on an endpoint without a descriptor: io_submit refuses it; io_uring
+// reports it in its completion, and refuses a negative offset (which it would
+// read as "the file's position") before the kernel sees it.
+TEST_P(AsyncDispatchers, ARefusedSubmissionReachesItsSlotAndLeavesNothingPending) {
+  Rig rig("abc", make(4), true);
+  rig.endpoint.close();
   char buffer[3];
-  EXPECT_FALSE(rig.request->submit(i::op::Write(), buffer, 3, 0));
-  expectFailure<AIORequestException>(rig.handler.events, "submission-failed", "::io_submit() failed for write",
-                                     kSystemCall, EBADF);
+  if (uring()) {
+    EXPECT_TRUE(rig.request->submit(i::op::Write(), buffer, 3, 0));
+    rig.dispatcher.wait();
+    expectFailure<AIOCompletionException>(rig.handler.events, "completion-failed", "error in write completion",
+                                          kSystemCall, EBADF);
+    rig.handler.events.clear();
+    EXPECT_FALSE(rig.request->submit(i::op::Read(), buffer, 3, -1));
+    expectFailure<AIORequestException>(rig.handler.events, "submission-failed",
+                                       "the count or the offset of the read is negative", kApplication, 0);
+  } else {
+    EXPECT_FALSE(rig.request->submit(i::op::Write(), buffer, 3, 0));
+    expectFailure<AIORequestException>(rig.handler.events, "submission-failed", "::io_submit() failed for write",
+                                       kSystemCall, EBADF);
+  }
   EXPECT_EQ(rig.dispatcher.pending(), 0);
   rig.dispatcher.wait();  // returns at once
 }
 
-TEST(AsyncDispatcher, HeldRequestsCompleteWithTheSentinelAndWaitForSkipsTheKernelWhenIdle) {
+TEST_P(AsyncDispatchers, HeldRequestsCompleteWithTheSentinelAndWaitForSkipsTheKernelWhenIdle) {
   QUOREL_REQUIRE_FAULT_POINT("syscall");
-  Rig rig("abcdef", asyncSpec(), 4, true);
+  Rig rig("abcdef", make(4), true);
   std::unique_ptr<Request> second(rig.dispatcher.newRequestFor(&rig.handler, rig.endpoint));
   {
     test::fault::Injection never("syscall", EIO, 1000000);
@@ -577,8 +649,8 @@ TEST(AsyncDispatcher, HeldRequestsCompleteWithTheSentinelAndWaitForSkipsTheKerne
   EXPECT_EQ(std::string(buffer, 3), "def");
 }
 
-TEST(AsyncDispatcher, AThrowingHandlerLeavesEveryOtherRequestToCompleteOnce) {
-  Rig rig("abcdefghijklmnopqrst", asyncSpec(), 8);
+TEST_P(AsyncDispatchers, AThrowingHandlerLeavesEveryOtherRequestToCompleteOnce) {
+  Rig rig("abcdefghijklmnopqrst", make(8));
   Dispatcher& dispatcher = rig.dispatcher;
   Recorder& handler = rig.handler;
   std::vector<std::unique_ptr<Request>> requests;
@@ -635,22 +707,34 @@ TEST(AsyncDispatcher, AThrowingHandlerLeavesEveryOtherRequestToCompleteOnce) {
   EXPECT_EQ(readBack(3) + readBack(4), "mnopqrst");
 }
 
-TEST(AsyncDispatcher, WaitForReturnsAfterItsTimeWhenTheKernelCompletesNothing) {
-  QUOREL_REQUIRE_FAULT_POINT("syscall");
-  Rig rig("abc", asyncSpec(), 4);
-  // A submission the kernel never hears of: it stays in flight.
-  test::fault::StandIn pretend("syscall", reinterpret_cast<void*>(+[](long number, long a, long b, long c, long d,
-                                                                       long e, long f) -> long {
-    if (number == SYS_io_submit) return 1;
-    return ::syscall(number, a, b, c, d, e, f);
-  }));
+TEST_P(AsyncDispatchers, WaitForReturnsAfterItsTimeWhenTheKernelCompletesNothing) {
+  // A request that stays in flight: a read of an empty pipe through io_uring;
+  // a submission the kernel never hears of through native AIO.
+  std::unique_ptr<test::fault::StandIn> pretend;
+  Pipe pipe{open::Spec(), open::Spec()};
+  if (!uring()) {
+    QUOREL_REQUIRE_FAULT_POINT("syscall");
+    pretend.reset(new test::fault::StandIn(
+        "syscall", reinterpret_cast<void*>(+[](long number, long a, long b, long c, long d, long e, long f) -> long {
+          if (number == SYS_io_submit) return 1;
+          return ::syscall(number, a, b, c, d, e, f);
+        })));
+  }
+  Dispatcher dispatcher = make(4);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, pipe.forRead()));
   char buffer[3];
-  ASSERT_TRUE(rig.request->submit(i::op::Read(), buffer, 3, 0));
-  const sal::time::absolute before = sal::time::milli::now();
-  rig.dispatcher.waitFor(50);
-  EXPECT_GE(sal::time::milli::now() - before, 40);
-  EXPECT_TRUE(rig.handler.events.empty());
-  EXPECT_EQ(rig.dispatcher.pending(), 1);
+  ASSERT_TRUE(request->submit(i::op::Read(), buffer, 3, 0));
+  // The longer of two waits: a signal ends a wait of native AIO, and the
+  // kernel sends one to a thread once after a ring it used is torn down.
+  const auto waited = [&dispatcher] {
+    const sal::time::absolute before = sal::time::milli::now();
+    dispatcher.waitFor(50);
+    return sal::time::milli::now() - before;
+  };
+  EXPECT_GE(std::max(waited(), waited()), 40);
+  EXPECT_TRUE(handler.events.empty());
+  EXPECT_EQ(dispatcher.pending(), 1);
 }
 
 // The interrupt signal's disposition, restored after a test.
@@ -787,8 +871,8 @@ TEST(AsyncDispatcher, OneInterruptFromAnotherThreadEndsTheWaitWhereverItLands) {
   dispatcher.unlock();
 }
 
-TEST(AsyncDispatcher, LocksNestAndOnlyTheOwnerUnlocks) {
-  Dispatcher dispatcher = Dispatcher::create(asyncSpec(), 1);
+TEST_P(AsyncDispatchers, LocksNestAndOnlyTheOwnerUnlocks) {
+  Dispatcher dispatcher = make(1);
   const std::vector<int> before = currentMask();
   ASSERT_EQ(before[SIGTERM - 1], 0);
   dispatcher.lock();
@@ -875,6 +959,192 @@ TEST(AsyncDispatcher, WithoutAKernelContextEverySubmissionIsRefusedAndAContextIs
   }));
   { Dispatcher released = Dispatcher::create(asyncSpec(), 8); }
   EXPECT_EQ(destroyed, 1);
+}
+
+// ---------------------------------------------------------------- io_uring
+
+// Ends the owner's wait in progress, or its next one: an interrupt is never
+// lost. The owner's own interrupt does nothing.
+TEST(URingDispatcher, AnInterruptFromAnotherThreadEndsTheWaitInProgressOrTheNext) {
+  QUOREL_REQUIRE_URING();
+  Pipe pipe{open::Spec(), open::Spec()};
+  Dispatcher dispatcher = Dispatcher::createURing(4);
+  Recorder handler;
+  std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, pipe.forRead()));
+  char buffer[4];
+  ASSERT_TRUE(request->submit(i::op::Read(), buffer, 4, 0));  // stays in flight: the pipe is empty
+  dispatcher.lock();
+  std::thread interrupter([&dispatcher] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    dispatcher.interrupt();
+  });
+  dispatcher.wait();
+  interrupter.join();
+  std::thread([&dispatcher] { dispatcher.interrupt(); }).join();
+  dispatcher.waitFor(24 * 3600 * 1000);  // the one that came before it
+  EXPECT_EQ(dispatcher.pending(), 1);
+  EXPECT_TRUE(handler.events.empty());
+
+  dispatcher.interrupt();
+  std::thread writer([&pipe] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(::write(static_cast<int>(pipe.forWrite().id()), "pipe", 4), 4);
+  });
+  dispatcher.wait();
+  writer.join();
+  expectDone(handler.events, "read", 4);
+  dispatcher.unlock();
+}
+
+// Fails io_uring_setup with error in this process from now on (the filter is
+// inherited and cannot be undone: children only).
+bool refuseURingSetup(int error) {
+  struct sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(struct seccomp_data, arch)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, sizeof(void*) == 4 ? AUDIT_ARCH_I386 : AUDIT_ARCH_X86_64, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(struct seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, __NR_io_uring_setup, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | (static_cast<unsigned int>(error) & SECCOMP_RET_DATA)),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  struct sock_fprog program = {static_cast<unsigned short>(sizeof filter / sizeof filter[0]), filter};
+  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+// What the stand-in for open shows as /proc/sys/kernel/io_uring_disabled: a
+// pipe's read end holding the setting, or no such file.
+int disabledSetting = -1;
+int openSetting(const char* path, int, int) {
+  if (std::strcmp(path, "/proc/sys/kernel/io_uring_disabled") != 0 || disabledSetting < 0) {
+    errno = ENOENT;
+    return -1;
+  }
+  return disabledSetting;
+}
+
+TEST(URingDispatcher, WhereTheKernelRefusesIoUringCreationFailsOrFallsBackToNativeAIO) {
+  ScratchFile file;
+  file.fill("abc");
+  for (int error : {EPERM, ENOSYS}) {
+    SCOPED_TRACE(error);
+    std::fflush(stdout);
+    const pid_t child = ::fork();
+    if (child == 0) {
+      if (!refuseURingSetup(error)) ::_exit(3);
+      {
+        test::fault::StandIn setting("open", reinterpret_cast<void*>(openSetting));
+        QUOREL_EXPECT_THROW(Dispatcher::createURing(8), AIOException, "::io_uring_setup() failed", kSystemCall,
+                            error);
+        int ends[2];
+        if (::pipe(ends) != 0 || ::write(ends[1], "2\n", 2) != 2) ::_exit(4);
+        disabledSetting = ends[0];  // the library closes it
+        auto e = QUOREL_EXPECT_THROW(Dispatcher::createURing(8), AIOException,
+                                     "::io_uring_setup() failed (kernel.io_uring_disabled is 2)", kSystemCall, error);
+        if (e) {
+          EXPECT_STREQ(e->where(),
+                       "quorel::sal::xio::impl::ADispatcher* quorel::sal::xio::impl::createURingWith(int, bool)");
+        }
+      }
+      Dispatcher fallback = Dispatcher::createURing(8, mx::type::Async());
+      EXPECT_FALSE(fallback.usesURing());
+      EXPECT_EQ(fallback.muxSpec().words[mx::kType], mx::type::Async::value);
+      char buffer[3];
+      expectDone(runOne(fallback, file.open(true, false), false, buffer, 3, 0), "read", 3);
+      std::fflush(stdout);
+      ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status)) << status;
+    if (WEXITSTATUS(status) == 3) GTEST_SKIP() << "this process cannot install a seccomp filter";
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "the child's checks failed (above)";
+  }
+  if (noURing().empty()) {
+    Dispatcher uring = Dispatcher::createURing(8, mx::type::Async());
+    EXPECT_TRUE(uring.usesURing());
+    EXPECT_EQ(uring.muxSpec().words[mx::kType], mx::type::Async::value);
+  }
+}
+
+// The mappings of io_uring rings in this process.
+int ringMappings() {
+  std::ifstream maps("/proc/self/maps");
+  int count = 0;
+  for (std::string line; std::getline(maps, line);) count += line.find("[io_uring]") != std::string::npos ? 1 : 0;
+  return count;
+}
+
+long clearFeatures(long number, long a, long b, long c, long d, long e, long f) {
+  const long result = ::syscall(number, a, b, c, d, e, f);
+  if (number == __NR_io_uring_setup && result >= 0) {
+    reinterpret_cast<io_uring_params*>(b)->features &= ~IORING_FEAT_EXT_ARG;
+  }
+  return result;
+}
+
+TEST(URingDispatcher, EveryFailureReleasesTheRingAndDestructionCancelsWhatIsInTheKernel) {
+  QUOREL_REQUIRE_URING();
+  QUOREL_EXPECT_THROW(Dispatcher::createURing(0), InvalidArgumentException, "the queue depth must be at least 1",
+                      kApplication, 0);
+  QUOREL_EXPECT_THROW(Dispatcher::createURing(32769), InvalidArgumentException, "the queue depth must be at most 32768",
+                      kApplication, 32769);
+  const int descriptors = test::openDescriptorCount();
+  for (int nth : {1, 2}) {  // the rings, then the entries
+    if (!test::fault::available("mmap")) break;
+    test::fault::Injection fail("mmap", ENOMEM, nth);
+    QUOREL_EXPECT_THROW(Dispatcher::createURing(8), AIOException, "::mmap() failed", kSystemCall, ENOMEM);
+  }
+  QUOREL_EXPECT_FAULT("eventfd", EMFILE, Dispatcher::createURing(8), AIOException, "::eventfd() failed", kSystemCall,
+                      EMFILE);
+  EXPECT_EQ(test::openDescriptorCount(), descriptors);
+  EXPECT_EQ(ringMappings(), 0);
+
+  // A read of an empty pipe in the kernel is cancelled: the byte written
+  // after the dispatcher is gone stays in the pipe.
+  Pipe pipe{open::Spec(), open::Spec()};
+  Recorder handler;
+  char buffer[1];
+  {
+    Dispatcher dispatcher = Dispatcher::createURing(4);
+    std::unique_ptr<Request> request(dispatcher.newRequestFor(&handler, pipe.forRead()));
+    request->submit(i::op::Read(), buffer, 1, 0);
+    dispatcher.waitFor(0);
+    EXPECT_EQ(dispatcher.pending(), 1);
+  }
+  ASSERT_EQ(::write(static_cast<int>(pipe.forWrite().id()), "x", 1), 1);
+  EXPECT_EQ(::read(static_cast<int>(pipe.forRead().id()), buffer, 1), 1);
+  EXPECT_TRUE(handler.events.empty());
+  EXPECT_EQ(ringMappings(), 0);
+
+  if (!test::fault::available("syscall")) return;
+  // A kernel whose io_uring lacks a feature: refused, or the fallback.
+  {
+    test::fault::StandIn older("syscall", reinterpret_cast<void*>(clearFeatures));
+    auto e = test::caught<OperationNotSupportedException>([] { Dispatcher::createURing(8); });
+    if (e) {
+      EXPECT_EQ(e->code() & (IORING_FEAT_EXT_ARG | IORING_FEAT_NODROP), IORING_FEAT_NODROP);  // the kernel's word
+      test::expectFields(*e, "the kernel's io_uring lacks the features the dispatcher needs", kApplication, e->code());
+    }
+    EXPECT_FALSE(Dispatcher::createURing(8, mx::type::Async()).usesURing());
+  }
+  EXPECT_EQ(test::openDescriptorCount(), descriptors + 2);  // the pipe
+
+  // A batch the kernel refuses: its requests reach the submission-failed slot.
+  Rig rig("abc", Dispatcher::createURing(4));
+  rig.request->submit(i::op::Read(), buffer, 1, 0);
+  {
+    test::fault::Injection fail("syscall", EFAULT);
+    rig.dispatcher.wait();
+  }
+  expectFailure<AIORequestException>(rig.handler.events, "submission-failed", "::io_uring_enter() failed for read",
+                                     kSystemCall, EFAULT);
+  EXPECT_EQ(rig.dispatcher.pending(), 0);
+  rig.handler.events.clear();
+  rig.request->submit(i::op::Read(), buffer, 1, 2);
+  rig.dispatcher.wait();
+  expectDone(rig.handler.events, "read", 1);
+  EXPECT_EQ(buffer[0], 'c');
 }
 
 // ------------------------------------------------------------------ sockets

@@ -8,6 +8,7 @@
 #include <quorel/sal/xio/impl/ANVMeDispatcherOf.inl>
 #include <quorel/sal/xio/impl/ASIODispatcherOf.inl>
 #include <quorel/sal/xio/impl/ASelectDispatcherOf.inl>
+#include <quorel/sal/xio/impl/AURingDispatcherOf.inl>
 #include <quorel/util/Throw.h>
 
 namespace quorel {
@@ -136,6 +137,17 @@ Dispatcher Dispatcher::createNVMe(const nvme::Device& device) {
 
 Dispatcher Dispatcher::createNVMe(const nvme::Device& device, nvme::i::op::Deallocate) {
   return Dispatcher(new impl::ADispatcherUsing<impl::ANVMeDispatcherOf<impl::RequestRecord>>(device, true));
+}
+
+Dispatcher Dispatcher::createURing(int depth) { return Dispatcher(impl::createURingWith(depth, false)); }
+
+Dispatcher Dispatcher::createURing(int depth, i::mux::type::Async) {
+  return Dispatcher(impl::createURingWith(depth, true));
+}
+
+bool Dispatcher::usesURing() const {
+  return dynamic_cast<const impl::ADispatcherUsing<impl::AURingDispatcherOf<impl::RequestRecord>>*>(
+             &handle_.reference()) != nullptr;
 }
 
 Request* Dispatcher::newRequestFor(AHandler* handler, const Endpoint& endpoint) const {

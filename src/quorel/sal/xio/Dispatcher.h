@@ -230,6 +230,46 @@ class Dispatcher {
   /// throws.
   static Dispatcher createNVMe(const nvme::Device& device);
   static Dispatcher createNVMe(const nvme::Device& device, nvme::i::op::Deallocate);
+  /// The io_uring dispatcher: the asynchronous dispatcher's contract (handler
+  /// slots, messages, -666 for count -1, lock() and the owner) over an
+  /// io_uring of depth entries (1 to 32768). Requests queued between waits
+  /// reach the kernel together, with the wait that follows; those that
+  /// handlers queue while a wait completes a round go in batches as large as
+  /// what the kernel still holds, so that the device is kept busy. Requests
+  /// beyond the depth wait in the dispatcher and go in as completions make
+  /// room.
+  /// Its muxSpec() has type::Async. Differences from the asynchronous
+  /// dispatcher: the kernel reports a request's own faults (a descriptor that
+  /// is not open, a misaligned direct transfer) in its completion, so they
+  /// reach the completion-failed slot; the submission-failed slot receives
+  /// AIORequestException "::io_uring_enter() failed for read" (or "for
+  /// write") with errno when the kernel refused a batch, and "the count or the
+  /// offset of the read is negative" (or "of the write", at once from
+  /// submit()). interrupt() posts an eventfd that the ring polls instead of
+  /// sending a signal: it ends the wait in progress or, when none is, the
+  /// owner's next one (an interrupt is never lost); a signal does not end a
+  /// wait. Destruction cancels what is in the kernel and waits for it to end;
+  /// the kernel then interrupts the owner once, in the background, to unlink
+  /// it from the ring (a native AIO wait of that thread may end early then).
+  ///
+  /// Throws InvalidArgumentException "the queue depth must be at least 1" or
+  /// "the queue depth must be at most 32768"; AIOException "::io_uring_setup()
+  /// failed" (with " (kernel.io_uring_disabled is N)" appended while that
+  /// setting is not 0) with errno when the kernel refuses (EPERM, EACCES,
+  /// ENOSYS, and EINVAL from kernels before 5.19) or fails the ring;
+  /// OperationNotSupportedException "the kernel's io_uring lacks the features
+  /// the dispatcher needs" (the features word as the code); AIOException
+  /// "::mmap() failed" or "::eventfd() failed" with errno.
+  static Dispatcher createURing(int depth);
+  /// The same, except that where the kernel refuses io_uring (the setup
+  /// errors named above, or missing features) the result is the asynchronous
+  /// dispatcher of the same depth, as create() with type::Async builds it.
+  ///
+  ///   xio::Dispatcher d = xio::Dispatcher::createURing(64, xio::i::mux::type::Async());
+  static Dispatcher createURing(int depth, i::mux::type::Async fallback);
+  /// True for a dispatcher that runs on io_uring (false for the one
+  /// createURing fell back to).
+  bool usesURing() const;
 
   /// A new request for handler (not owned) on endpoint; the caller owns it.
   Request* newRequestFor(AHandler* handler, const Endpoint& endpoint) const;
