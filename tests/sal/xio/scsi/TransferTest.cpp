@@ -352,9 +352,12 @@ TEST_F(SCSITransfer, WhatNoPieceCanCarryIsRefusedWholeBeforeAnythingIsSent) {
                       0, EINVAL);
   QUOREL_EXPECT_THROW(Transfer(dispatcher<mx::scsi::Enabled>(), device, limits(0, 0, 0, 0)),
                       InvalidArgumentException, "the block size 0 is not a positive int", 0, EINVAL);
-  // The queue's limits of a node that is no block device: none to read.
-  EXPECT_THROW(Transfer(dispatcher<mx::scsi::Enabled>(), xio::Endpoint::open("/dev/null", xio::fopen::Spec())),
-               sal::fs::StatException);
+  // A node that is no block device has no queue limits to read.
+  xio::fopen::Spec readable;
+  readable.set<xio::i::fopen::read::Enabled>();
+  const xio::Endpoint null = xio::Endpoint::open("/dev/null", readable);
+  QUOREL_EXPECT_THROW(Transfer(dispatcher<mx::scsi::Enabled>(), null), sal::fs::StatException,
+                      "descriptor " + std::to_string(null.id()) + " is not a block device", 0, ENOTBLK);
 }
 
 }  // namespace
