@@ -85,6 +85,7 @@
 #include <quorel/sal/sys/runtime.h>
 #include <quorel/sal/xio/scsi/sense.h>
 #include <quorel/sal/xio/scsi/IOControl.h>
+#include <quorel/sal/xio/scsi/Transfer.h>
 #include <quorel/sal/xio/impl/scsi/op.h>
 #include <quorel/sal/xio/impl/ata/IOControl.h>
 #include <quorel/sal/xio/nvme/Device.h>

@@ -4,9 +4,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -161,6 +163,146 @@ TEST_F(Disk, ABadCommandComesBackAsCheckConditionWithItsSense) {
   ASSERT_GT(senseLength, 0);
   EXPECT_EQ(sal::xio::scsi::sense::kcq::descriptionFrom(io.senseData()),
             "05/20/00 (ILLEGAL REQUEST / INVALID COMMAND OPERATION CODE)");
+}
+
+// Pieces that fit the device (scsi::Transfer): each disk's queue takes less
+// than 64 MiB in one SCSI command (scsi_debug 2048 memory pages, virtio-scsi
+// 254 pages, AHCI 128 KiB), and the vm.split machine's scsi_debug (2 GiB over
+// 64 MiB of memory, unmap_max_blocks=65536) discards 32 MiB per command.
+
+// Keeps the failure of a lone request.
+class Failure : public sal::xio::AHandler {
+ public:
+  void on(sal::xio::i::op::Read, int, sal::xio::Request&) override {}
+  void on(sal::xio::i::op::Write, int, sal::xio::Request&) override {}
+  void on(sal::xio::AIOCompletionException&, sal::xio::Request&) override {}
+  void on(sal::xio::AIORequestException&, sal::xio::Request&) override {}
+  void on(sal::xio::AIOCancellationException&, sal::xio::Request&) override {}
+  void on(sal::xio::ReadException& e, sal::xio::Request&) override { why = e.why(); }
+  void on(sal::xio::WriteException& e, sal::xio::Request&) override { why = e.why(); }
+  std::string why;
+};
+
+template <class Operation>
+std::string loneRequest(const sal::xio::Dispatcher& dispatcher, const sal::xio::Endpoint& device, void* buffer,
+                        int count) {
+  Failure handler;
+  std::unique_ptr<sal::xio::Request> request(dispatcher.newRequestFor(&handler, device));
+  request->setBlockSize(512);
+  request->submit(Operation(), buffer, count, 0);
+  sal::xio::Dispatcher(dispatcher).wait();
+  return handler.why;
+}
+
+sal::xio::Endpoint openReadWrite(const std::string& path) {
+  sal::xio::fopen::Spec spec;
+  spec.set<sal::xio::i::fopen::read::Enabled>().set<sal::xio::i::fopen::write::Enabled>();
+  return sal::xio::Endpoint::open(path, spec);
+}
+
+sal::xio::Dispatcher syncDispatcher(bool unmap) {
+  namespace mx = sal::xio::i::mux;
+  sal::xio::mux::Spec spec;
+  spec.set<mx::type::Sync>();
+  if (unmap) {
+    spec.set<mx::scsi::unmap::Enabled>();
+  } else {
+    spec.set<mx::scsi::Enabled>().set<mx::scsi::rw16>();
+  }
+  return sal::xio::Dispatcher::create(spec, 1);
+}
+
+// The first bytes of a disk's image on the host.
+std::vector<char> image(const char* variable, size_t bytes) {
+  std::vector<char> data(bytes);
+  std::ifstream in(disk(variable), std::ios::binary);
+  in.read(data.data(), static_cast<std::streamsize>(bytes));
+  data.resize(static_cast<size_t>(in.gcount()));
+  return data;
+}
+
+const size_t k64MiB = 64 << 20;
+
+// Page-aligned memory of 64 MiB and a page, freed with the object.
+struct Memory {
+  Memory() : data(static_cast<char*>(sal::vm::allocate(k64MiB + 4096))) {}
+  ~Memory() { sal::vm::deallocate(data); }
+  char* data;
+};
+
+TEST(Split, ReadsAndWritesOf64MiBGoInPiecesEveryDiskTakes) {
+  for (const char* variable : {"QUOREL_SCSI_DEBUG", "QUOREL_VIRTIO", "QUOREL_AHCI"}) {
+    SCOPED_TRACE(variable);
+    REQUIRE_DISK(path, variable);
+    const sal::xio::Endpoint device = openReadWrite(path);
+    const sal::xio::Dispatcher dispatcher = syncDispatcher(false);
+    Memory pattern, back;
+    for (size_t n = 0; n < k64MiB; n += 4) {
+      const pod::uint32 word = static_cast<pod::uint32>(n * 2654435761u + std::strlen(variable));
+      std::memcpy(pattern.data + n, &word, 4);
+    }
+    // One request of it all is more than the kernel passes on.
+    EXPECT_EQ(loneRequest<sal::xio::i::op::Read>(dispatcher, device, back.data, k64MiB),
+              "device I/O control failed for SCSI Read (16)");
+    sal::xio::scsi::Transfer disk(dispatcher, device);
+    EXPECT_LT(std::min<pod::uint64>(disk.limits().maxTransfer, disk.limits().maxSegments * 4096ULL), k64MiB);
+    EXPECT_EQ(disk.write(pattern.data, k64MiB, 0), k64MiB);
+    // Into a buffer that starts inside a page.
+    std::memset(back.data, 0, k64MiB + 4096);
+    EXPECT_EQ(disk.read(back.data + 512, k64MiB, 0), k64MiB);
+    EXPECT_EQ(std::memcmp(pattern.data, back.data + 512, k64MiB), 0);
+    if (std::strcmp(variable, "QUOREL_SCSI_DEBUG") != 0) {
+      const std::vector<char> host = image(std::strcmp(variable, "QUOREL_VIRTIO") == 0 ? "QUOREL_VIRTIO_IMAGE"
+                                                                                     : "QUOREL_AHCI_IMAGE",
+                                           k64MiB);
+      ASSERT_EQ(host.size(), k64MiB);
+      EXPECT_EQ(std::memcmp(pattern.data, host.data(), k64MiB), 0) << "the image on the host differs";
+    }
+  }
+}
+
+TEST(Split, DiscardsOf1GiBGoInPiecesOfTheDiscardLimit) {
+  // TRIM through SCSI in pieces of 8 MiB: the emulated disk punches holes.
+  {
+    REQUIRE_DISK(path, "QUOREL_AHCI");
+    namespace mx = sal::xio::i::mux;
+    sal::xio::mux::Spec spec;
+    spec.set<mx::type::Sync>().set<mx::ata::trim::Enabled>().set<mx::ata::onscsi::Enabled>();
+    sal::xio::scsi::Transfer::Limits limits = sal::xio::scsi::Transfer::Limits::of(sal::fs::QueueLimits::of(path));
+    limits.maxDiscard = 8 << 20;
+    const sal::xio::Endpoint device = openReadWrite(path);
+    sal::xio::scsi::Transfer disk(syncDispatcher(false), device);
+    Memory pattern;
+    std::memset(pattern.data, 'a', k64MiB);
+    ASSERT_EQ(disk.write(pattern.data, k64MiB, 0), k64MiB);
+    sal::xio::scsi::Transfer trim(sal::xio::Dispatcher::create(spec, 1), device, limits);
+    EXPECT_EQ(trim.discard(48 << 20, 8 << 20), 48u << 20);
+    const std::vector<char> host = image("QUOREL_AHCI_IMAGE", k64MiB);
+    ASSERT_EQ(host.size(), k64MiB);
+    EXPECT_EQ(std::count(host.begin(), host.begin() + (8 << 20), 'a'), 8 << 20);
+    EXPECT_EQ(std::count(host.begin() + (8 << 20), host.begin() + (56 << 20), 0), 48 << 20);
+    EXPECT_EQ(std::count(host.begin() + (56 << 20), host.end(), 'a'), 8 << 20);
+  }
+  REQUIRE_DISK(path, "QUOREL_SCSI_DEBUG");
+  const sal::fs::QueueLimits queue = sal::fs::QueueLimits::of(path);
+  if (kernelSize(path) < (1ULL << 30) || queue.maxDiscard() >= (1ULL << 30)) {
+    GTEST_SKIP() << "this machine's scsi_debug is smaller than 1 GiB or discards it in one command (vm.split "
+                    "gives it virtual_gb=2 unmap_max_blocks=65536)";
+  }
+  const sal::xio::Endpoint device = openReadWrite(path);
+  sal::xio::scsi::Transfer disk(syncDispatcher(false), device);
+  Memory pattern, back;
+  std::memset(pattern.data, 'u', k64MiB);
+  ASSERT_EQ(disk.write(pattern.data, k64MiB, 0), k64MiB);  // all of the disk's memory
+  // One command for it all is more than the device takes, and leaves the data.
+  const sal::xio::Dispatcher unmap = syncDispatcher(true);
+  EXPECT_EQ(loneRequest<sal::xio::i::op::Write>(unmap, device, nullptr, 1 << 30), "SCSI UNMAP failed");
+  ASSERT_EQ(disk.read(back.data, k64MiB, 0), k64MiB);
+  EXPECT_EQ(std::memcmp(pattern.data, back.data, k64MiB), 0);
+  sal::xio::scsi::Transfer discarder(unmap, device);
+  EXPECT_EQ(discarder.discard(1ULL << 30, 0), 1ULL << 30);
+  ASSERT_EQ(disk.read(back.data, k64MiB, 0), k64MiB);
+  EXPECT_EQ(std::count(back.data, back.data + k64MiB, 0), static_cast<long>(k64MiB));
 }
 
 // The identity from the SMBIOS strings the machine was given

@@ -1,6 +1,7 @@
 #!/bin/sh
 # The quorel tool on the test bed's disks: stat with READ CAPACITY, SCSI reads
-# through the synchronous dispatcher (and the READ size it picks or refuses),
+# through the synchronous dispatcher (the READ size it picks or refuses, requests
+# in pieces the device takes),
 # direct asynchronous reads, UNMAP and TRIM, refused discards (misaligned, a mounted disk), the
 # advice after refusals, and NVMe pass-through (with a deallocation refused while the namespace is
 # mounted). Run by scripts/testbed with the tool's folder
@@ -13,8 +14,10 @@ expect "stat --json" '"sizeByRC10": 67108864' quorel stat "$disk" --json
 expect "read --scsi --rw16" '"ios": 256' quorel read "$disk" --scsi --rw16 --bs 4K --size 1M --json
 expect "read --scsi (10)" '"ios": 16' quorel read "$disk" --scsi --bs 64K --size 1M --json
 expect "read --scsi picks READ(10) on a small disk" "SCSI READ(10)" quorel read "$disk" --scsi --bs 64K --size 1M
-expect "read --scsi --rw10 refuses what READ(10) cannot carry" "READ(10) carries at most 65535 blocks" \
-  quorel read "$disk" --scsi --rw10 --bs 64M
+expect "read --scsi --rw10 --bs 64M in READ(10)s of 65535 blocks" '"ios": 1' \
+  quorel read "$disk" --scsi --rw10 --bs 64M --json
+# Requests larger than one command carries (AHCI: 128 KiB) go in pieces.
+expect "read --scsi --bs 8M in pieces" '"ios": 8' quorel read "$QUOREL_AHCI" --scsi --bs 8M --json
 expect "read --direct --random --depth 16" '"ios": 512' quorel read "$disk" --direct --random --depth 16 --size 2M --json
 check "discard --unmap" quorel discard "$disk" --offset 1M --length 1M --unmap
 expect "discard --satl" "discarded 64 KiB at 0" quorel discard "$QUOREL_AHCI" --offset 0 --length 64K --satl

@@ -118,13 +118,14 @@ class AFailureKeeper : public xio::AHandler {
   // Whether the first failure was a submission the kernel refused.
   bool submission() const { return submission_; }
 
- private:
+ protected:
   void keep(const quorel::Exception& e) {
     if (!failure_.empty()) return;
     failure_ = e.asSimpleString();
     code_ = e.code();
   }
 
+ private:
   std::string failure_;
   int code_ = 0;
   bool submission_ = false;
@@ -171,8 +172,28 @@ class Reader : public AFailureKeeper {
   }
 
   void on(xio::i::op::Read, int result, xio::Request& request) override {
+    completed(submitted_[request.id()], result);
+    start(request);
+  }
+  void on(xio::i::op::Write, int, xio::Request&) override {}
+
+  // The synchronous SCSI path: each request goes through the transfer, in as
+  // many commands as the device takes.
+  void run(xio::scsi::Transfer& transfer) {
+    while (!offsets_.done() && !failed()) {
+      const uint64 started = tick::now();
+      try {
+        completed(started, static_cast<long long>(transfer.read(buffers_[0], static_cast<uint64>(blockSize_),
+                                                                static_cast<uint64>(offsets_.next()))));
+      } catch (const quorel::Exception& e) {
+        keep(e);
+      }
+    }
+  }
+
+  void completed(uint64 submitted, long long result) {
     const uint64 now = tick::now();
-    latency_ += now - submitted_[request.id()];
+    latency_ += now - submitted;
     bytes_ += result;
     ++ios_;
     if (progress_ && tick::as::milli(shown_, now) >= 500) {
@@ -180,9 +201,7 @@ class Reader : public AFailureKeeper {
       std::cerr << "\r  " << bytesText(bytes_ / (1 << 20) * (1 << 20)) << " read, " << ios_ << " I/Os, "
                 << std::fixed << std::setprecision(0) << ios_ / seconds(now) << " IOPS   " << std::flush;
     }
-    start(request);
   }
-  void on(xio::i::op::Write, int, xio::Request&) override {}
 
   void report(std::ostream& out, const std::string& path) const {
     const uint64 now = tick::now();
@@ -233,9 +252,11 @@ const uint64 kRead10Count = 0xFFFF;
 // The SCSI READ size for a read of the first `used` bytes of a device of
 // deviceBytes in requests of blockSize bytes, with logical blocks of
 // logicalBlock bytes: the asked one (10, 16 or 32), or with 0 the 10-byte
-// form unless the device or the read reaches past what it addresses, then
-// 16. A read that a forced 10-byte form cannot carry, and a request that is
-// not a whole number of blocks, are refused.
+// form unless the device or the read reaches past what it addresses, or a
+// request needs more than one 10-byte command, then 16. A read past what a
+// forced 10-byte form addresses, and a request that is not a whole number of
+// blocks, are refused (a request of more blocks than READ(10) counts goes in
+// several).
 int scsiReadSize(int asked, long long deviceBytes, long long used, int blockSize, int logicalBlock) {
   if (blockSize % logicalBlock != 0) {
     throw UsageError{"--bs must be a whole number of " + std::to_string(logicalBlock) + "-byte blocks with --scsi"};
@@ -251,12 +272,22 @@ int scsiReadSize(int asked, long long deviceBytes, long long used, int blockSize
                      " blocks and this read reaches block " + std::to_string(reach - 1) +
                      " (leave out --rw10, or read less with --size)"};
   }
-  if (asked == 10 && tooMany) {
-    throw UsageError{"READ(10) carries at most " + std::to_string(kRead10Count) + " blocks and a request of " +
-                     bytesText(blockSize) + " is " + std::to_string(count) + " blocks of " +
-                     std::to_string(logicalBlock) + " bytes (leave out --rw10, or use a smaller --bs)"};
-  }
   return asked;
+}
+
+// What one SCSI command may carry on path: its queue's limits for a block
+// device; for another node (an sg node, a file) none are known, and each
+// request goes as one command (READ(10) still carries at most 65535 blocks).
+xio::scsi::Transfer::Limits scsiLimits(const std::string& path, const quorel::sal::fs::Stat& stat, int logicalBlock,
+                                       int request) {
+  xio::scsi::Transfer::Limits limits;
+  if (stat.is(typeid(quorel::sal::fs::i::stat::type::UnixBlockDevice))) {
+    limits = xio::scsi::Transfer::Limits::of(quorel::sal::fs::QueueLimits::of(path));
+  } else {
+    limits.maxTransfer = static_cast<uint64>(request);
+  }
+  limits.blockSize = static_cast<quorel::pod::uint32>(logicalBlock);
+  return limits;
 }
 
 // Runs every request of a dispatcher to the end (or to the first failure).
@@ -383,9 +414,14 @@ int read(const std::vector<std::string>& args) {
   for (int n = 0; n < depth; ++n) {
     buffers.emplace_back(new Buffer(static_cast<size_t>(blockSize)));
     reader.add(buffers.back()->data());
+    if (scsi) continue;
     requests.emplace_back(dispatcher.newRequestFor(&reader, endpoint));
     requests.back()->setID(static_cast<unsigned int>(n));
     requests.back()->setBlockSize(logicalBlock);
+  }
+  if (scsi) {
+    xio::scsi::Transfer transfer(dispatcher, endpoint, scsiLimits(path, stat, logicalBlock, blockSize));
+    reader.run(transfer);
   }
   for (auto& request : requests) reader.start(*request);
   drain(dispatcher);
@@ -397,19 +433,6 @@ int read(const std::vector<std::string>& args) {
   }
   return 0;
 }
-
-namespace {
-
-// Counts what discards released.
-class Discarder : public AFailureKeeper {
- public:
-  void on(xio::i::op::Read, int, xio::Request&) override {}
-  void on(xio::i::op::Write, int result, xio::Request&) override { done += result; }
-
-  long long done = 0;
-};
-
-}  // namespace
 
 int discard(const std::vector<std::string>& args) {
   std::string path, how;
@@ -476,35 +499,35 @@ int discard(const std::vector<std::string>& args) {
               << "nothing was discarded (--force discards anyway)\n";
     return 1;
   }
-  Discarder handler;
-  std::unique_ptr<xio::Request> request(dispatcher.newRequestFor(&handler, endpoint));
-  request->setBlockSize(blockSize);
-  // A request counts at most 2^31 - 1 bytes, and a device takes at most its
-  // queue's discard limit in one command: larger ranges go in pieces.
-  long long piece = (1LL << 30) / blockSize * blockSize;
+  // A device takes at most its queue's discard limit in one command: larger
+  // ranges go in pieces (of 1 GiB where the node has no queue, or its queue
+  // reports no limit).
+  xio::scsi::Transfer::Limits limits;
+  limits.blockSize = static_cast<quorel::pod::uint32>(blockSize);
+  limits.maxDiscard = 1ULL << 30;
   if (stat.is(typeid(quorel::sal::fs::i::stat::type::UnixBlockDevice))) {
     const uint64 most = quorel::sal::fs::QueueLimits::of(path).maxDiscard();
-    if (most >= static_cast<uint64>(blockSize) && most < static_cast<uint64>(piece)) {
-      piece = static_cast<long long>(most) / blockSize * blockSize;
-    }
+    if (most >= static_cast<uint64>(blockSize)) limits.maxDiscard = most;
   }
-  for (long long at = 0; at < length && !handler.failed(); at += piece) {
-    request->submit(xio::i::op::Write(), nullptr, static_cast<int>(std::min(piece, length - at)), offset + at);
-    dispatcher.wait();
+  long long done = 0;
+  try {
+    done = static_cast<long long>(xio::scsi::Transfer(dispatcher, endpoint, limits)
+                                      .discard(static_cast<uint64>(length), static_cast<uint64>(offset)));
+  } catch (const quorel::Exception& e) {
+    return failed(e.asSimpleString(), deviceAdvice(path, e.code(), true));
   }
   const char* name = how == "--unmap" ? "SCSI UNMAP" : how == "--trim" ? "ATA TRIM" : "ATA TRIM (SATL)";
-  if (handler.failed()) return failed(handler.failure(), deviceAdvice(path, handler.code(), true));
   if (options.json) {
     std::cout << json::Object()
                      .add("path", path)
                      .add("offset", offset)
-                     .add("bytes", handler.done)
+                     .add("bytes", done)
                      .add("method", name)
                      .add("blockSize", blockSize)
                      .str()
               << "\n";
   } else {
-    std::cout << "discarded " << bytesText(handler.done) << " at " << offset << " of " << path << " by " << name
+    std::cout << "discarded " << bytesText(done) << " at " << offset << " of " << path << " by " << name
               << " in " << blockSize << "-byte blocks\n";
   }
   return 0;

@@ -41,10 +41,12 @@ const Command kCommands[] = {
      "through a dispatcher: asynchronous (native AIO, or io_uring with --uring) with N requests in flight "
      "(default 32) or synchronous, in requests of --bs bytes (default 4K), --ios of them (default: SIZE once over), "
      "sequential or at random offsets, buffered or with O_DIRECT, or as SCSI READ commands. A SCSI READ "
-     "is of 10 bytes, unless the device or the read reaches past block 2^32 - 1 or a request is more than "
-     "65535 blocks, which 10 bytes cannot address: then it is of 16. --rw10, --rw16 or --rw32 choose the "
-     "size; with --rw10, a read that 10 bytes cannot carry is refused, never wrapped. With --scsi, --bs is a "
-     "whole number of the device's blocks. Progress goes to standard error when it is a terminal."},
+     "is of 10 bytes, unless the device or the read reaches past block 2^32 - 1, which 10 bytes cannot "
+     "address, or a request is more than the 65535 blocks they count: then it is of 16. --rw10, --rw16 or "
+     "--rw32 choose the size; with --rw10, a read past block 2^32 - 1 is refused, never wrapped. With --scsi, "
+     "--bs is a whole number of the device's blocks, and a request larger than one command carries (the "
+     "device queue's max_hw_sectors_kb and max_segments, 65535 blocks in 10 bytes) goes in as many commands "
+     "as it needs. Progress goes to standard error when it is a terminal."},
     {"discard", "PATH --offset O --length L (--unmap|--trim|--satl) [--force]",
      "release a range of a disk by SCSI UNMAP or ATA TRIM",
      "Releases L bytes at offset O of the device PATH through the synchronous dispatcher: SCSI UNMAP, ATA "
