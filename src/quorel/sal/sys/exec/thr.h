@@ -59,6 +59,14 @@ int selfID();
 /// catches.
 [[noreturn]] void exit();
 
+/// For short busy waits. relax() is the processor's spin-wait hint (no system
+/// call): it eases the loop on the processor and on a sibling hardware thread.
+/// yield() offers the calling thread's processor to any other runnable thread
+/// (sched_yield, which cannot fail on Linux) and returns at once when there is
+/// none.
+void relax();
+void yield();
+
 }  // namespace thr
 }  // namespace exec
 }  // namespace sys

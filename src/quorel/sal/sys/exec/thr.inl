@@ -1,5 +1,5 @@
 // Platform half of threads: pthread attributes and creation, scheduling,
-// sched_setaffinity.
+// sched_setaffinity, sched_yield.
 #include <quorel/sal/sys/exec/thr.h>
 
 #include <pthread.h>
@@ -141,6 +141,10 @@ void bindProcessTo(const std::list<int>& cpus) {
 int selfID() { return ::getpid(); }
 
 void exit() { throw ExitException(); }
+
+void relax() { __builtin_ia32_pause(); }
+
+void yield() { ::sched_yield(); }
 
 }  // namespace thr
 }  // namespace exec
