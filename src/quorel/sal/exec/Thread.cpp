@@ -1,8 +1,6 @@
 // Thread: the creation handshake, release and waits.
 #include <quorel/sal/exec/Thread.h>
 
-#include <quorel/util/ALockLatchFor.h>
-
 #include <quorel/sal/sys/exec/thr.inl>
 
 namespace quorel {
@@ -11,7 +9,64 @@ namespace exec {
 
 namespace impl {
 
-typedef util::ALockLatchFor<exec::Mutex> Latch;
+namespace {
+
+// The waits of the handshake are short when both threads have a processor: a
+// new thread is running within some microseconds, a released one is seen at
+// once and a short task is over soon after. Sleeping on a condition costs a
+// wake-up that takes longer than that, so each of them first watches its flag
+// for a while. A round is a processor pause, every kYieldEvery-th round a
+// yield instead, so that a waiter sharing its processor with the thread it
+// waits for (one processor, or a busy machine) lets that thread run. After
+// kSpinRounds rounds (some tens of microseconds) the waiter sleeps as before.
+const int kSpinRounds = 1000;
+const int kYieldEvery = 16;
+// How often a latch tries the mutex before it blocks on it (see Latch).
+const int kLockTries = 100;
+
+void relax(int round) {
+  if (round % kYieldEvery == kYieldEvery - 1) {
+    sys::exec::thr::yield();
+  } else {
+    sys::exec::thr::relax();
+  }
+}
+
+// Holds the mutex for a scope. It is held only for a few instructions at a
+// time, also by spinUntil, so the latch tries it a while before it blocks:
+// blocking would put this thread to sleep behind a waiter's glance at a flag.
+class Latch {
+ public:
+  explicit Latch(exec::Mutex& mutex) : mutex_(mutex) {
+    for (int i = 0; i < kLockTries; ++i) {
+      if (mutex_.tryLock()) return;
+      sys::exec::thr::relax();
+    }
+    mutex_.lock();
+  }
+  ~Latch() { mutex_.unlock(); }
+  Latch(const Latch&) = delete;
+  Latch& operator=(const Latch&) = delete;
+
+ private:
+  exec::Mutex& mutex_;
+};
+
+// Watches flag, reading it under mutex, for at most kSpinRounds rounds; true
+// once it is set. The mutex is only tried, so the watch never sleeps on it.
+bool spinUntil(exec::Mutex& mutex, const bool& flag) {
+  for (int round = 0; round < kSpinRounds; ++round) {
+    if (mutex.tryLock()) {
+      const bool set = flag;
+      mutex.unlock();
+      if (set) return true;
+    }
+    relax(round);
+  }
+  return false;
+}
+
+}  // namespace
 
 Thread::Thread(const TaskHandle& task)
     : task_(task),
@@ -29,6 +84,10 @@ void Thread::bootImpl(void* handle) {
     Latch latch(thread.runningCV_);
     thread.running_ = true;
     thread.runningCV_.signalOne();
+  }
+  // Parked: the creator usually starts the thread at once.
+  if (!spinUntil(thread.runningCV_, thread.released_)) {
+    Latch latch(thread.runningCV_);
     while (!thread.released_) thread.releaseCV_.wait();
   }
   try {
@@ -56,6 +115,7 @@ void Thread::finish() {
 }
 
 void Thread::awaitRunning() {
+  if (spinUntil(runningCV_, running_)) return;
   Latch latch(runningCV_);
   while (!running_) runningCV_.wait();
 }
@@ -71,6 +131,7 @@ void Thread::release() {
 }
 
 void Thread::wait() {
+  if (spinUntil(runningCV_, finished_)) return;
   Latch latch(runningCV_);
   while (!finished_) finishedCV_.wait();
 }
