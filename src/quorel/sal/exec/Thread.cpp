@@ -1,6 +1,9 @@
 // Thread: the creation handshake, release and waits.
 #include <quorel/sal/exec/Thread.h>
 
+#include <quorel/sal/time.h>
+#include <quorel/util/pod.h>
+
 #include <quorel/sal/sys/exec/thr.inl>
 
 namespace quorel {
@@ -15,22 +18,17 @@ namespace {
 // new thread is running within some microseconds, a released one is seen at
 // once and a short task is over soon after. Sleeping on a condition costs a
 // wake-up that takes longer than that, so each of them first watches its flag
-// for a while. A round is a processor pause, every kYieldEvery-th round a
-// yield instead, so that a waiter sharing its processor with the thread it
-// waits for (one processor, or a busy machine) lets that thread run. After
-// kSpinRounds rounds (some tens of microseconds) the waiter sleeps as before.
-const int kSpinRounds = 1000;
-const int kYieldEvery = 16;
+// for up to kSpinNanoseconds in rounds of a processor pause, then sleeps as
+// before. A thread that may run on one processor only stops watching after
+// kQuickRounds rounds: the thread it waits for needs that processor. The watch
+// never yields its processor: on a busy machine a yield gives it away for a
+// whole time slice, far longer than the wait it was meant to shorten.
+const pod::uint64 kSpinNanoseconds = 50000;
+const int kQuickRounds = 32;
+// How often the clock is read while watching.
+const int kClockEvery = 16;
 // How often a latch tries the mutex before it blocks on it (see Latch).
 const int kLockTries = 100;
-
-void relax(int round) {
-  if (round % kYieldEvery == kYieldEvery - 1) {
-    sys::exec::thr::yield();
-  } else {
-    sys::exec::thr::relax();
-  }
-}
 
 // Holds the mutex for a scope. It is held only for a few instructions at a
 // time, also by spinUntil, so the latch tries it a while before it blocks:
@@ -52,18 +50,26 @@ class Latch {
   exec::Mutex& mutex_;
 };
 
-// Watches flag, reading it under mutex, for at most kSpinRounds rounds; true
-// once it is set. The mutex is only tried, so the watch never sleeps on it.
+// Watches flag, reading it under mutex, for a while (see kSpinNanoseconds);
+// true once it is set. The mutex is only tried, so the watch never sleeps on
+// it. Most watches end within kQuickRounds rounds, before the processors are
+// counted and the clock is first read.
 bool spinUntil(exec::Mutex& mutex, const bool& flag) {
-  for (int round = 0; round < kSpinRounds; ++round) {
+  pod::uint64 start = 0;
+  for (int round = 1;; ++round) {
     if (mutex.tryLock()) {
       const bool set = flag;
       mutex.unlock();
       if (set) return true;
     }
-    relax(round);
+    if (round == kQuickRounds) {
+      if (sys::exec::thr::processorCount() < 2) return false;
+      start = time::tick::now();
+    } else if (round > kQuickRounds && round % kClockEvery == 0 && time::tick::now() - start >= kSpinNanoseconds) {
+      return false;
+    }
+    sys::exec::thr::relax();
   }
-  return false;
 }
 
 }  // namespace

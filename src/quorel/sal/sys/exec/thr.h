@@ -61,11 +61,11 @@ int selfID();
 
 /// For short busy waits. relax() is the processor's spin-wait hint (no system
 /// call): it eases the loop on the processor and on a sibling hardware thread.
-/// yield() offers the calling thread's processor to any other runnable thread
-/// (sched_yield, which cannot fail on Linux) and returns at once when there is
-/// none.
+/// processorCount() is the number of processors the calling thread may run on
+/// (sched_getaffinity), 0 when that cannot be read: a busy wait for another
+/// thread only makes sense when it is 2 or more.
 void relax();
-void yield();
+int processorCount();
 
 }  // namespace thr
 }  // namespace exec

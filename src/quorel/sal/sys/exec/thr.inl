@@ -1,5 +1,5 @@
 // Platform half of threads: pthread attributes and creation, scheduling,
-// sched_setaffinity, sched_yield.
+// sched_setaffinity and sched_getaffinity.
 #include <quorel/sal/sys/exec/thr.h>
 
 #include <pthread.h>
@@ -144,7 +144,11 @@ void exit() { throw ExitException(); }
 
 void relax() { __builtin_ia32_pause(); }
 
-void yield() { ::sched_yield(); }
+int processorCount() {
+  cpu_set_t set;
+  if (::sched_getaffinity(0, sizeof set, &set) != 0) return 0;
+  return CPU_COUNT(&set);
+}
 
 }  // namespace thr
 }  // namespace exec
