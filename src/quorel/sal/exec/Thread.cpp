@@ -22,8 +22,10 @@ namespace {
 // before. A thread that may run on one processor only stops watching after
 // kQuickRounds rounds: the thread it waits for needs that processor. The watch
 // never yields its processor: on a busy machine a yield gives it away for a
-// whole time slice, far longer than the wait it was meant to shorten.
-const pod::uint64 kSpinNanoseconds = 50000;
+// whole time slice, far longer than the wait it was meant to shorten. When
+// every processor is busy the watches end unanswered and are lost time, so the
+// limit is kept near the start-up of a thread on an idle machine (5-20 us).
+const pod::uint64 kSpinNanoseconds = 20000;
 const int kQuickRounds = 32;
 // How often the clock is read while watching.
 const int kClockEvery = 16;

@@ -24,10 +24,10 @@ namespace exec {
 /// NULLDereferenceException.
 ///
 /// The constructor, the parked thread and wait() watch for the step they wait
-/// for during up to 50 us before they sleep, when the calling thread may run
+/// for during up to 20 us before they sleep, when the calling thread may run
 /// on more than one processor: with a processor free for each thread, a
 /// create-start-wait then needs no wake-up, while a wait for a long task
-/// spends those 50 us of processor time in vain. waitFor() and waitUntil()
+/// spends those 20 us of processor time in vain. waitFor() and waitUntil()
 /// sleep at once.
 class Thread {
  public:
