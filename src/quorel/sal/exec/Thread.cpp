@@ -15,17 +15,19 @@ namespace impl {
 namespace {
 
 // The waits of the handshake are short when both threads have a processor: a
-// new thread is running within some microseconds, a released one is seen at
-// once and a short task is over soon after. Sleeping on a condition costs a
-// wake-up that takes longer than that, so each of them first watches its flag
-// for up to kSpinNanoseconds in rounds of a processor pause, then sleeps as
-// before. A thread that may run on one processor only stops watching after
-// kQuickRounds rounds: the thread it waits for needs that processor. The watch
-// never yields its processor: on a busy machine a yield gives it away for a
-// whole time slice, far longer than the wait it was meant to shorten. When
-// every processor is busy the watches end unanswered and are lost time, so the
-// limit is kept near the start-up of a thread on an idle machine (5-20 us).
-const pod::uint64 kSpinNanoseconds = 20000;
+// new thread is running within 5 to 20 us, a released one is seen at once and
+// a short task is over soon after. Sleeping on a condition costs a wake-up
+// that takes longer than that, so each of them first watches its flag, in
+// rounds of a processor pause, then sleeps as before: the creator for up to
+// kStartNanoseconds, the parked thread and wait() for up to kStepNanoseconds.
+// When every processor is busy the watches end unanswered and are lost time,
+// which is why the limits are no longer. A thread that may run on one
+// processor only stops watching after kQuickRounds rounds: the thread it waits
+// for needs that processor. The watch never yields its processor: on a busy
+// machine a yield gives it away for a whole time slice, far longer than the
+// wait it was meant to shorten.
+const pod::uint64 kStartNanoseconds = 20000;
+const pod::uint64 kStepNanoseconds = 10000;
 const int kQuickRounds = 32;
 // How often the clock is read while watching.
 const int kClockEvery = 16;
@@ -52,11 +54,11 @@ class Latch {
   exec::Mutex& mutex_;
 };
 
-// Watches flag, reading it under mutex, for a while (see kSpinNanoseconds);
-// true once it is set. The mutex is only tried, so the watch never sleeps on
-// it. Most watches end within kQuickRounds rounds, before the processors are
-// counted and the clock is first read.
-bool spinUntil(exec::Mutex& mutex, const bool& flag) {
+// Watches flag, reading it under mutex, for up to nanoseconds; true once it
+// is set. The mutex is only tried, so the watch never sleeps on it. Most
+// watches end within kQuickRounds rounds, before the processors are counted
+// and the clock is first read.
+bool spinUntil(exec::Mutex& mutex, const bool& flag, pod::uint64 nanoseconds) {
   pod::uint64 start = 0;
   for (int round = 1;; ++round) {
     if (mutex.tryLock()) {
@@ -67,7 +69,7 @@ bool spinUntil(exec::Mutex& mutex, const bool& flag) {
     if (round == kQuickRounds) {
       if (sys::exec::thr::processorCount() < 2) return false;
       start = time::tick::now();
-    } else if (round > kQuickRounds && round % kClockEvery == 0 && time::tick::now() - start >= kSpinNanoseconds) {
+    } else if (round > kQuickRounds && round % kClockEvery == 0 && time::tick::now() - start >= nanoseconds) {
       return false;
     }
     sys::exec::thr::relax();
@@ -94,7 +96,7 @@ void Thread::bootImpl(void* handle) {
     thread.runningCV_.signalOne();
   }
   // Parked: the creator usually starts the thread at once.
-  if (!spinUntil(thread.runningCV_, thread.released_)) {
+  if (!spinUntil(thread.runningCV_, thread.released_, kStepNanoseconds)) {
     Latch latch(thread.runningCV_);
     while (!thread.released_) thread.releaseCV_.wait();
   }
@@ -123,7 +125,7 @@ void Thread::finish() {
 }
 
 void Thread::awaitRunning() {
-  if (spinUntil(runningCV_, running_)) return;
+  if (spinUntil(runningCV_, running_, kStartNanoseconds)) return;
   Latch latch(runningCV_);
   while (!running_) runningCV_.wait();
 }
@@ -139,7 +141,7 @@ void Thread::release() {
 }
 
 void Thread::wait() {
-  if (spinUntil(runningCV_, finished_)) return;
+  if (spinUntil(runningCV_, finished_, kStepNanoseconds)) return;
   Latch latch(runningCV_);
   while (!finished_) finishedCV_.wait();
 }
