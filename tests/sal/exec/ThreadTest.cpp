@@ -53,10 +53,40 @@ TEST(Thread, ParkedThreadRunsItsTaskOnlyAfterStartAndWaitsTimeOut) {
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   EXPECT_FALSE(ran);
   thread.start();
+  std::thread waiter([thread, gate]() mutable {  // long asleep when the task ends
+    thread.wait();
+    EXPECT_TRUE(gate.waitFor(0));
+  });
   EXPECT_FALSE(thread.waitFor(20));
   gate.trigger();
   EXPECT_TRUE(thread.waitUntil(sal::time::milli::now() + 10000));
+  waiter.join();
   EXPECT_TRUE(ran);
+}
+
+// A pthread_create whose threads come up only after 30 ms.
+std::atomic<bool> lateThreadUp{false};
+
+void* lateEntry(void* argument) {
+  std::unique_ptr<std::pair<void* (*)(void*), void*>> entry(static_cast<std::pair<void* (*)(void*), void*>*>(argument));
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  lateThreadUp = true;
+  return entry->first(entry->second);
+}
+
+int createLate(pthread_t* thread, const pthread_attr_t* attr, void* (*entry)(void*), void* argument) noexcept {
+  auto* late = new std::pair<void* (*)(void*), void*>(entry, argument);
+  const int error = ::pthread_create(thread, attr, lateEntry, late);
+  if (error != 0) delete late;
+  return error;
+}
+
+TEST(Thread, TheConstructorWaitsForAThreadThatComesUpLate) {
+  QUOREL_REQUIRE_FAULT_POINT("pthread_create");
+  test::fault::StandIn late("pthread_create", reinterpret_cast<void*>(createLate));
+  Thread thread(task([] { return 0; }), 0, 0);
+  EXPECT_TRUE(lateThreadUp);
+  EXPECT_TRUE(thread.start().waitFor(10000));
 }
 
 TEST(Thread, FinishesAndWakesEveryWaiterHoweverTheTaskEnds) {

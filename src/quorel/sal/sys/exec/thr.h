@@ -59,6 +59,14 @@ int selfID();
 /// catches.
 [[noreturn]] void exit();
 
+/// For short busy waits. relax() is the processor's spin-wait hint (no system
+/// call): it eases the loop on the processor and on a sibling hardware thread.
+/// processorCount() is the number of processors the calling thread may run on
+/// (sched_getaffinity), 0 when that cannot be read: a busy wait for another
+/// thread only makes sense when it is 2 or more.
+void relax();
+int processorCount();
+
 }  // namespace thr
 }  // namespace exec
 }  // namespace sys

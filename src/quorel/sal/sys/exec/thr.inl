@@ -1,5 +1,5 @@
 // Platform half of threads: pthread attributes and creation, scheduling,
-// sched_setaffinity.
+// sched_setaffinity and sched_getaffinity.
 #include <quorel/sal/sys/exec/thr.h>
 
 #include <pthread.h>
@@ -141,6 +141,14 @@ void bindProcessTo(const std::list<int>& cpus) {
 int selfID() { return ::getpid(); }
 
 void exit() { throw ExitException(); }
+
+void relax() { __builtin_ia32_pause(); }
+
+int processorCount() {
+  cpu_set_t set;
+  if (::sched_getaffinity(0, sizeof set, &set) != 0) return 0;
+  return CPU_COUNT(&set);
+}
 
 }  // namespace thr
 }  // namespace exec
