@@ -29,19 +29,6 @@ namespace xio = quorel::sal::xio;
 namespace tick = quorel::sal::time::tick;
 using quorel::pod::uint64;
 
-// A page-aligned buffer (direct I/O needs aligned memory).
-class Buffer {
- public:
-  explicit Buffer(size_t size) : data_(static_cast<char*>(quorel::sal::vm::allocate(size))) {}
-  ~Buffer() { quorel::sal::vm::deallocate(data_); }
-  Buffer(const Buffer&) = delete;
-  Buffer& operator=(const Buffer&) = delete;
-  char* data() const { return data_; }
-
- private:
-  char* data_;
-};
-
 // A scratch file of size bytes that is removed when the run ends.
 class ScratchFile {
  public:

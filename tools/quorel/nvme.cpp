@@ -144,19 +144,6 @@ int smart(const std::string& path) {
   return 0;
 }
 
-// A page-aligned buffer.
-class Buffer {
- public:
-  explicit Buffer(size_t size) : data_(static_cast<char*>(quorel::sal::vm::allocate(size))) {}
-  ~Buffer() { quorel::sal::vm::deallocate(data_); }
-  Buffer(const Buffer&) = delete;
-  Buffer& operator=(const Buffer&) = delete;
-  char* data() const { return data_; }
-
- private:
-  char* data_;
-};
-
 // Counts what the requests read and keeps the first failure.
 class Reads : public xio::AHandler {
  public:
