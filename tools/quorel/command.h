@@ -3,13 +3,10 @@
 #define QUOREL_TOOLS_QUOREL_COMMAND_H
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <vector>
-
-#include <quorel/sal/vm.h>
 
 namespace tool {
 
@@ -27,19 +24,6 @@ std::string usage();
 bool isCommand(const std::string& name);
 std::string helpFor(const std::string& name);
 std::string manualPage();
-
-// A page-aligned buffer (direct I/O needs aligned memory).
-class Buffer {
- public:
-  explicit Buffer(size_t size) : data_(static_cast<char*>(quorel::sal::vm::allocate(size))) {}
-  ~Buffer() { quorel::sal::vm::deallocate(data_); }
-  Buffer(const Buffer&) = delete;
-  Buffer& operator=(const Buffer&) = delete;
-  char* data() const { return data_; }
-
- private:
-  char* data_;
-};
 
 // A byte count in the largest unit that divides it: "8 MiB", "1 GiB", "100 bytes".
 std::string bytesText(long long bytes);

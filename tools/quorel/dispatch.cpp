@@ -18,6 +18,7 @@
 
 #include <quorel/quorel.h>
 
+#include "buffer.h"
 #include "command.h"
 #include "json.h"
 

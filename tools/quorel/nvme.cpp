@@ -16,6 +16,7 @@
 
 #include <quorel/quorel.h>
 
+#include "buffer.h"
 #include "command.h"
 #include "json.h"
 
