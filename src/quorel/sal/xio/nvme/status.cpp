@@ -1,4 +1,4 @@
-// NVMe completion status decoding: the base specification's tables of
+// NVMe completion status decoding: the NVMe standard's tables of
 // generic, command specific, media and path related status codes, with the
 // NVM command set's codes in their ranges.
 #include <quorel/sal/xio/nvme/status.h>
